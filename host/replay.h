@@ -1,0 +1,69 @@
+// replay.h - capture files through the module on the captures' own time.
+// In:  files, filter, ports, a loaded and started module, and what configures it.
+// Out: an outcome per frame and an event per report to a sink, and the totals.
+// Single-threaded: the caller's thread runs the timers, the hook and the service's channels, frame by frame,
+// so two replays give the same result. Bad input ends a file, never the program: totals hold what was read up
+// to there.
+#pragma once
+
+#include <array>
+#include <cstdint>
+#include <functional>
+#include <string>
+#include <vector>
+
+#include "host/capture_reader.h"
+#include "host/outcome.h"
+#include "host/ports.h"
+
+namespace vex::host {
+
+class ReplaySink {
+ public:
+  virtual ~ReplaySink() = default;
+  virtual void OnFrame(const FrameOutcome& outcome) = 0;
+  virtual void OnEvent(const ReplayEvent& event) = 0;
+};
+
+struct ReplayProgress {
+  uint64_t frames = 0;
+  uint64_t bytes_done = 0;
+  uint64_t bytes_total = 0;  // 0: unknown, one of the files is a pipe
+};
+
+struct ReplayOptions {
+  std::vector<std::string> files;
+  std::string filter;  // libpcap expression, empty: every frame
+  PortBy port_by = PortBy::kInterface;
+  std::vector<PortRecord> ports;
+  // Called once, when the clock stands on the first frame's time: pushes the settings through the handlers.
+  std::function<void()> configure;
+  // Per-frame outcomes; null: totals only, and the module is not asked for the channel of a frame.
+  ReplaySink* sink = nullptr;
+  std::function<void(const ReplayProgress&)> progress;  // called every few thousand frames
+};
+
+struct ReplayTotals {
+  uint64_t frames = 0;  // read and not filtered out
+  uint64_t filtered_out = 0;
+  // The identity: frames = not_presented + not_wanted + refused + delivered + failed. Each is counted by its
+  // own evidence, none as the rest of the others.
+  uint64_t not_presented = 0;
+  uint64_t not_wanted = 0;
+  uint64_t refused = 0;
+  uint64_t delivered = 0;
+  uint64_t failed = 0;
+  std::array<uint64_t, 256> by_app_type{};                              // frames presented
+  std::array<std::array<uint64_t, 4>, kPktTypeNone + 1> by_pkt_type{};  // [packet type][Verdict]
+  std::array<uint64_t, kServiceChannels> by_channel{};                  // messages each channel received
+  std::array<uint64_t, 3> by_refusal{};                                 // [Refusal]
+  std::array<uint64_t, 8> stats{};                                      // the module's counters at the end
+  uint64_t speed_info_events = 0;
+  uint64_t peer_link_events = 0;
+  uint64_t macs_beyond_limit = 0;    // frames that shared the last learned port
+  std::vector<CaptureError> errors;  // at most one per file
+
+  bool IdentityHolds() const { return frames == not_presented + not_wanted + refused + delivered + failed; }
+};
+
+}  // namespace vex::host
