@@ -1,0 +1,72 @@
+// config.h - the configuration of a run: what the TOML file and the command line say.
+// In:  a TOML file or text. Out: a checked Config, or InputError with file:line:column, what is wrong, the
+// allowed
+//      range and the nearest valid key, on one line.
+// Not here: the table of keys and ranges (host/settings.h), the requests to the module (service/configure.h).
+#pragma once
+
+#include <array>
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "service/settings.h"
+
+namespace vex::host {
+
+using MacAddress = std::array<uint8_t, 6>;
+
+// What the platform answers to the module's capability queries.
+struct Capabilities {
+  uint32_t instances = 4;     // 1 to 4 spread clients over that many; any other value is one instance
+  uint32_t causeid_type = 0;  // scheme of the cause ids that mark access-control traffic
+  uint32_t no_check_cfg = 0;  // 1: DHCPv4 replies are wanted whatever the switches say
+  uint32_t mlag_v4_rate = 0;  // packets per second over the peer-link; 0: no limit
+  uint32_t mlag_v6_rate = 0;
+  bool operator==(const Capabilities&) const = default;
+};
+
+// One port of the device.
+struct PortConfig {
+  uint32_t index = 0;                         // interface index, as limits and trust name it
+  std::string name;                           // "" : none
+  std::optional<uint32_t> capture_interface;  // interface of the capture file that this port is
+  std::vector<MacAddress> macs;               // source addresses that belong to this port
+  uint32_t vlan = 0;                          // VLAN of its untagged frames; 0: none
+  bool trusted = false;                       // already part of Config::module, kept for display
+  bool management = false;
+  bool peer_link = false;
+  uint32_t cause = 0;  // cause id of its punted packets
+  bool operator==(const PortConfig&) const = default;
+};
+
+inline constexpr uint32_t kDefaultBoard = 1;
+inline constexpr uint32_t kDefaultSwitches = 0x7FFF;  // all but the M-LAG peer-link
+
+struct Config {
+  uint32_t board = kDefaultBoard;
+  Capabilities capabilities;
+  service::Settings module = {.switches = kDefaultSwitches};
+  std::vector<PortConfig> ports;
+  bool operator==(const Config&) const = default;
+
+  const PortConfig* PortByIndex(uint32_t index) const;
+};
+
+// Without any file: the defaults above.
+Config LoadConfig(const std::string& path);
+// `name` stands for the file in errors.
+Config ParseConfig(std::string_view toml, const std::string& name);
+
+// Command-line options that override the file.
+struct ConfigOverrides {
+  std::optional<uint32_t> instances;
+  std::optional<uint32_t> causeid_type;
+  std::optional<uint32_t> switches;  // the whole bitmap
+  bool no_check_cfg = false;         // true: item is 1
+};
+void ApplyOverrides(const ConfigOverrides& overrides, Config& config);
+
+}  // namespace vex::host

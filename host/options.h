@@ -1,0 +1,42 @@
+// options.h - what the command line asked for, one record per subcommand.
+// In:  host/cli.h parses argv into these. Out: read by the subcommands; nothing here has behaviour.
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+#include "host/config.h"
+
+namespace vex::host {
+
+enum class PortBy : uint8_t { kInterface, kMac, kVlan };
+
+// What every subcommand that runs the module takes.
+struct ModuleOptions {
+  std::string module_path;  // libvex_dhcp.so; found next to the program when not given
+  std::string config_path;  // "" : defaults
+  ConfigOverrides overrides;
+};
+
+struct ReplayOptions {
+  ModuleOptions module;
+  PortBy port_by = PortBy::kInterface;
+  std::string filter;  // libpcap filter expression, "" : every frame
+  std::vector<std::string> files;
+  bool json = false;
+  bool quiet = false;         // no report, no progress: exit code and errors only
+  std::string write_refused;  // pcapng file for the refused frames, "" : none
+  std::string against;        // second configuration file, "" : none
+};
+
+struct ExplainOptions {
+  ModuleOptions module;
+  PortBy port_by = PortBy::kInterface;
+  std::string file;
+  uint64_t frame = 1;
+  int depth = 2;  // 1 one line, 2 the story, 3 everything with the module's own trace
+  bool json = false;
+};
+
+}  // namespace vex::host
