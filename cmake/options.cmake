@@ -1,4 +1,8 @@
 # What every room is compiled with: warnings, sanitizers, hardening.
+find_program(VEX_CCACHE ccache)
+if(VEX_CCACHE AND NOT CMAKE_CXX_COMPILER_LAUNCHER)
+  set(CMAKE_CXX_COMPILER_LAUNCHER ${VEX_CCACHE})
+endif()
 add_library(vex_options INTERFACE)
 target_include_directories(vex_options INTERFACE ${CMAKE_SOURCE_DIR})
 target_compile_options(vex_options INTERFACE -Wall -Wextra -Wpedantic -Wconversion -Wshadow)
@@ -14,4 +18,7 @@ else()
     add_compile_options(-U_FORTIFY_SOURCE -D_FORTIFY_SOURCE=2)
   endif()
 endif()
+# Programs are position independent at link time too, not only in their objects.
+include(CheckPIESupported)
+check_pie_supported(LANGUAGES CXX)
 add_link_options(-Wl,-z,relro -Wl,-z,now -Wl,-z,noexecstack)
