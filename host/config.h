@@ -5,18 +5,16 @@
 // Not here: the table of keys and ranges (host/settings.h), the requests to the module (service/configure.h).
 #pragma once
 
-#include <array>
 #include <cstdint>
 #include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
 
+#include "host/ports.h"
 #include "service/settings.h"
 
 namespace vex::host {
-
-using MacAddress = std::array<uint8_t, 6>;
 
 // What the platform answers to the module's capability queries.
 struct Capabilities {
@@ -28,20 +26,6 @@ struct Capabilities {
   bool operator==(const Capabilities&) const = default;
 };
 
-// One port of the device.
-struct PortConfig {
-  uint32_t index = 0;                         // interface index, as limits and trust name it
-  std::string name;                           // "" : none
-  std::optional<uint32_t> capture_interface;  // interface of the capture file that this port is
-  std::vector<MacAddress> macs;               // source addresses that belong to this port
-  uint32_t vlan = 0;                          // VLAN of its untagged frames; 0: none
-  bool trusted = false;                       // already part of Config::module, kept for display
-  bool management = false;
-  bool peer_link = false;
-  uint32_t cause = 0;  // cause id of its punted packets
-  bool operator==(const PortConfig&) const = default;
-};
-
 inline constexpr uint32_t kDefaultBoard = 1;
 inline constexpr uint32_t kDefaultSwitches = 0x7FFF;  // all but the M-LAG peer-link
 
@@ -49,10 +33,7 @@ struct Config {
   uint32_t board = kDefaultBoard;
   Capabilities capabilities;
   service::Settings module = {.switches = kDefaultSwitches};
-  std::vector<PortConfig> ports;
-  bool operator==(const Config&) const = default;
-
-  const PortConfig* PortByIndex(uint32_t index) const;
+  std::vector<PortRecord> ports;  // a trusted port is trusted in `module` too
 };
 
 // Without any file: the defaults above.

@@ -7,10 +7,9 @@
 #include <vector>
 
 #include "host/config.h"
+#include "host/ports.h"
 
 namespace vex::host {
-
-enum class PortBy : uint8_t { kInterface, kMac, kVlan };
 
 // What every subcommand that runs the module takes.
 struct ModuleOptions {
@@ -19,7 +18,7 @@ struct ModuleOptions {
   ConfigOverrides overrides;
 };
 
-struct ReplayOptions {
+struct ReplayCommand {
   ModuleOptions module;
   PortBy port_by = PortBy::kInterface;
   std::string filter;  // libpcap filter expression, "" : every frame
@@ -30,7 +29,7 @@ struct ReplayOptions {
   std::string against;        // second configuration file, "" : none
 };
 
-struct ExplainOptions {
+struct ExplainCommand {
   ModuleOptions module;
   PortBy port_by = PortBy::kInterface;
   std::string file;

@@ -1,75 +1,78 @@
-// outcome.h - what the host saw of one frame, and of the module's own reports. Plain values, no rules.
-// In:  filled by the replay engine: classification and channel from the module's exports, the rest from the
-// hook's
-//      verdict, the service's channels and the store's counters.
-// Out: read by host/tally.h, host/report.h and host/json_lines.h.
+// outcome.h - what became of one frame, seen from outside the module.
+// In:  filled by the replay engine, one record per frame read, and one per report the module made on the way.
+// Out: read by the reports and the JSON writer. The views in it are good during the call that hands it over.
 #pragma once
 
+#include <array>
+#include <cstddef>
 #include <cstdint>
 #include <optional>
-#include <string>
+#include <span>
+#include <string_view>
+
+#include "host/capture_time.h"
+#include "host/scope.h"
 
 namespace vex::host {
 
+inline constexpr uint32_t kPktTypeNone = 13;
+inline constexpr size_t kServiceChannels = 12;
+
 enum class Verdict : uint8_t { kContinue, kTaken, kTakeFailed, kNotPresented };
-inline constexpr size_t kVerdictCount = 4;
+enum class Refusal : uint8_t { kNone, kSnooping, kPeerLink };
 
-enum class RefusedBy : uint8_t { kNone, kSnooping, kPeerLink };
+constexpr std::string_view Name(Verdict verdict) {
+  constexpr std::array<std::string_view, 4> kNames = {"continue", "taken", "take_failed", "not_presented"};
+  return kNames[static_cast<size_t>(verdict)];
+}
+constexpr std::string_view Name(Refusal refusal) {  // "" for none
+  constexpr std::array<std::string_view, 3> kNames = {"", "snooping", "peer-link"};
+  return kNames[static_cast<size_t>(refusal)];
+}
 
-// The one fate each frame has; the identity of the report sums them.
-enum class Fate : uint8_t { kNotPresented, kNotWanted, kRefused, kDelivered, kFailed };
-inline constexpr size_t kFateCount = 5;
-
-// A budget that can refuse. Ordered as the gates meet them.
-enum class ScopeKind : uint8_t { kInterface, kVlan, kGlobal, kDegrade, kPeerLink, kPeerLinkOff };
-struct Scope {
-  ScopeKind kind = ScopeKind::kGlobal;
-  uint8_t version = 0;  // 4 or 6; 0: both (degrade, kPeerLinkOff)
-  uint32_t index = 0;   // interface index, VLAN id, peer-link kind 0..3; else 0
-  bool operator==(const Scope&) const = default;
-};
-
-// The scopes that refused one frame. At most interface, VLAN, global and degrade, or one peer-link kind.
-struct ScopeList {
-  Scope items[4];
+// The channels that received the frame or a copy of it, in the order of their numbers.
+struct DeliveredList {
+  std::array<uint8_t, kServiceChannels> channels{};
   uint8_t count = 0;
-  void Add(const Scope& scope) {
-    if (count < 4) items[count++] = scope;
+  bool empty() const { return count == 0; }
+  const uint8_t* begin() const { return channels.data(); }
+  const uint8_t* end() const { return channels.data() + count; }
+  void Add(uint8_t channel) {
+    if (count < channels.size()) channels[count++] = channel;
   }
-  const Scope* begin() const { return items; }
-  const Scope* end() const { return items + count; }
-};
-
-struct FrameTime {
-  int64_t seconds = 0;
-  uint32_t nanoseconds = 0;
 };
 
 struct FrameOutcome {
-  uint64_t frame = 0;  // number within its file, from 1
-  FrameTime time;
-  uint32_t port = 0;  // port index
-  uint16_t vlan = 0;  // VLAN id of the outer tag, 0 when untagged
+  std::string_view file;  // base name
+  uint64_t frame = 0;     // from 1, within its file
+  CaptureTime time;
+  uint32_t port = 0;
+  uint16_t vlan = 0;  // outer tag id, 0 when untagged
   uint8_t app_type = 0;
-  uint32_t pkt_type = 13;           // as the module classified it; 13: not wanted or not presented
-  bool taken = false;               // the take flag of the classification, not the verdict
-  std::optional<uint32_t> channel;  // as the channel selection answered; none: no channel or not wanted
-  Verdict verdict = Verdict::kContinue;
-  RefusedBy refused = RefusedBy::kNone;
-  uint16_t delivered = 0;  // bit c: a copy or the packet itself arrived on channel c
-  Fate fate = Fate::kNotWanted;
-  ScopeList refused_by;
+  uint32_t pkt_type = kPktTypeNone;  // the module's classification
+  bool taken = false;                // the take flag of the classification, not the verdict
+  std::optional<uint32_t> channel;   // the module's channel selection; empty: not wanted, none, or not asked
+  Verdict verdict = Verdict::kNotPresented;
+  Refusal refused = Refusal::kNone;
+  DeliveredList delivered;
+  ScopeList refused_by;  // every budget that refused it; empty unless refused
 };
 
-// A speed-info message that arrived on the inner channel, or a peer-link line of the diagnostic log.
-struct ReportEvent {
-  enum class Kind : uint8_t { kSpeedInfo, kPeerLink } kind = Kind::kSpeedInfo;
-  uint64_t frame = 0;  // the frame whose time made the timer fire
-  FrameTime time;
-  Scope scope;
-  uint32_t limit = 0;    // peer-link: the rate in the line
-  uint32_t refused = 0;  // refusals reported (speed-info: modulo 65536)
-  std::string text;      // peer-link: the line; speed-info: empty
+// A speed-info message that arrived on channel 11.
+struct SpeedInfo {
+  uint32_t kind = 0;      // 1 to 3 DHCPv4 of interface, VLAN, global; 4 to 6 the same for DHCPv6
+  uint32_t index_id = 0;  // interface index, VLAN id, or 0
+  uint16_t dropped = 0;   // refused since the last report, modulo 65536
+};
+
+struct ReplayEvent {
+  enum class Kind : uint8_t { kSpeedInfo, kPeerLink };
+  Kind kind = Kind::kSpeedInfo;
+  std::string_view file;  // of the frame whose time let the timer fire
+  uint64_t frame = 0;     // that frame; the event stands before it
+  CaptureTime time;
+  SpeedInfo speed_info;   // kSpeedInfo
+  std::string_view text;  // kPeerLink: the module's line
 };
 
 }  // namespace vex::host

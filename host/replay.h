@@ -62,6 +62,7 @@ struct ReplayTotals {
   uint64_t peer_link_events = 0;
   uint64_t macs_beyond_limit = 0;    // frames that shared the last learned port
   std::vector<CaptureError> errors;  // at most one per file
+  std::vector<ScopeTally> scopes;    // interfaces, VLANs, global, degrade, peer-link, each in ascending order
 
   bool IdentityHolds() const { return frames == not_presented + not_wanted + refused + delivered + failed; }
 };
