@@ -1,7 +1,6 @@
 // config.h - the configuration of a run: what the TOML file and the command line say.
 // In:  a TOML file or text. Out: a checked Config, or InputError with file:line:column, what is wrong, the
-// allowed
-//      range and the nearest valid key, on one line.
+//      allowed range and the nearest valid key, on one line.
 // Not here: the table of keys and ranges (host/settings.h), the requests to the module (service/configure.h).
 #pragma once
 
@@ -32,7 +31,7 @@ inline constexpr uint32_t kDefaultSwitches = 0x7FFF;  // all but the M-LAG peer-
 struct Config {
   uint32_t board = kDefaultBoard;
   Capabilities capabilities;
-  service::Settings module = {.switches = kDefaultSwitches};
+  service::Settings module = service::WithSwitches(kDefaultSwitches);
   std::vector<PortRecord> ports;  // a trusted port is trusted in `module` too
 };
 

@@ -56,4 +56,10 @@ struct Settings {
   bool operator==(const Settings&) const = default;
 };
 
+inline Settings WithSwitches(uint32_t bitmap) {
+  Settings settings;
+  settings.switches = bitmap;
+  return settings;
+}
+
 }  // namespace vex::service
