@@ -1,6 +1,6 @@
 // dhcp_vex_api.h - the module frame: record, start-up, statistics, capabilities.
-// In:  the framework's start-up calls. Out: the linked module record, the registered service, channel and hook,
-// the capability values by index, the statistics.
+// In:  the framework's start-up calls. Out: the linked module record, the registered service, channel and
+// hook, the capability values by index, the statistics.
 #pragma once
 
 #include <cstddef>
@@ -10,16 +10,16 @@
 // The framework's module record; it defines and reads the layout. Little-endian.
 struct DhcpModRecord {
   uint8_t frameworkOwned[16];
-  void* next;                     // the record that was the list's head before this one was linked in
-  const char* name;               // "vex_dhcp"
+  void* next;        // the record that was the list's head before this one was linked in
+  const char* name;  // "vex_dhcp"
   uint64_t zero32;
-  uint32_t (*init)(void);         // DhcpVexInit
+  uint32_t (*init)(void);  // DhcpVexInit
   uint8_t zero48[24];
-  uint64_t fixed72;               // 2; the module never reads it
+  uint64_t fixed72;  // 2; the module never reads it
   uint64_t zero80;
-  uint32_t id;                    // written by the framework before it calls the constructors
+  uint32_t id;  // written by the framework before it calls the constructors
   uint8_t zero92[28];
-  uint32_t fixed120;              // 720, stored by the registration function; the module never reads it
+  uint32_t fixed120;  // 720, stored by the registration function; the module never reads it
   uint32_t zero124;
   void (*globalCtor)(void);
   void (*lcoreCtor)(void);
@@ -43,13 +43,13 @@ struct DhcpRpcServerRecord {
 static_assert(sizeof(DhcpRpcServerRecord) == 48 && offsetof(DhcpRpcServerRecord, name) == 14);
 
 DHCP_VEX_API DhcpModRecord mod_vex_dhcp;
-DHCP_VEX_API uint32_t mod_vex_dhcp_id;                         // module id while constructed, else 0
-DHCP_VEX_API __thread uint32_t per_lcore_mod_vex_dhcp_usrid;   // the same for each lcore thread
-DHCP_VEX_API uint32_t mod_vex_dhcp_usrctx_len;                 // 0, never written
-DHCP_VEX_API void* mod_vex_dhcp_usrctx;                        // null, never written
+DHCP_VEX_API uint32_t mod_vex_dhcp_id;                        // module id while constructed, else 0
+DHCP_VEX_API __thread uint32_t per_lcore_mod_vex_dhcp_usrid;  // the same for each lcore thread
+DHCP_VEX_API uint32_t mod_vex_dhcp_usrctx_len;                // 0, never written
+DHCP_VEX_API void* mod_vex_dhcp_usrctx;                       // null, never written
 
-DHCP_VEX_API void orb_modregfn_mod_vex_dhcp(void);   // load-time initialiser: links the record
-DHCP_VEX_API void* mod_plugin_register(void);        // address of the record
+DHCP_VEX_API void orb_modregfn_mod_vex_dhcp(void);  // load-time initialiser: links the record
+DHCP_VEX_API void* mod_plugin_register(void);       // address of the record
 DHCP_VEX_API void orb_mod_ctr_mod_vex_dhcp(void);
 DHCP_VEX_API void orb_mod_localctr_mod_vex_dhcp(void);
 DHCP_VEX_API void orb_mod_dtr_mod_vex_dhcp(void);
@@ -84,11 +84,12 @@ void Count(DhcpStat counter);
 }  // namespace dhcp_vex
 
 // ---- Capabilities --------------------------------------------------------------------------------------
-inline constexpr uint32_t DHCP_SPEC_MULTICORE_SVC_NUM = 0;    // number of service instances
-inline constexpr uint32_t DHCP_SPEC_CAUSID_TYPE = 1;          // which cause ids mark NAC traffic
-inline constexpr uint32_t DHCP_SPEC_NO_CHECK_CFG = 2;         // 1: DHCPv4 replies are taken whatever the switches say
-inline constexpr uint32_t DHCP_SPEC_MLAG_IPV4_PKT_RATE = 3;   // packets per second
-inline constexpr uint32_t DHCP_SPEC_MLAG_IPV6_PKT_RATE = 4;   // packets per second
+inline constexpr uint32_t DHCP_SPEC_MULTICORE_SVC_NUM = 0;  // number of service instances
+inline constexpr uint32_t DHCP_SPEC_CAUSID_TYPE = 1;        // which cause ids mark NAC traffic
+inline constexpr uint32_t DHCP_SPEC_NO_CHECK_CFG =
+    2;  // 1: DHCPv4 replies are taken whatever the switches say
+inline constexpr uint32_t DHCP_SPEC_MLAG_IPV4_PKT_RATE = 3;  // packets per second
+inline constexpr uint32_t DHCP_SPEC_MLAG_IPV6_PKT_RATE = 4;  // packets per second
 
 struct DhcpVexSpec {
   char descr[64];  // NUL-terminated, padded with zeros

@@ -1,7 +1,8 @@
 // dhcp_vex_api_cfg.h - the methods of the configuration service "DhcpCfgService".
-// In:  one request record per call, from the service's thread, one request at a time and not before DhcpVexInit
-// has returned. Out: switches, snooping store, degrade rate, debug switch and timers changed; 0, or 1 for a null
-// request (the three stubs answer 0 always). The caller keeps the request. All fields in host byte order.
+// In:  one request record per call, from the service's thread, one request at a time and not before
+// DhcpVexInit has returned. Out: switches, snooping store, degrade rate, debug switch and timers changed; 0,
+// or 1 for a null request (the three stubs answer 0 always). The caller keeps the request. All fields in host
+// byte order.
 #pragma once
 
 #include <cstddef>
@@ -16,7 +17,7 @@ struct DhcpCfgReq {
 static_assert(sizeof(DhcpCfgReq) == 12 && offsetof(DhcpCfgReq, type) == 4);
 
 struct DhcpSnpCfgReq {
-  uint32_t type;     // store type 0 to 26, or DHCP_SNP_CFG_DEBUG
+  uint32_t type;  // store type 0 to 26, or DHCP_SNP_CFG_DEBUG
   uint32_t val;
   uint32_t indexId;  // interface index or VLAN id; ignored by global types and by the debug switch
 };

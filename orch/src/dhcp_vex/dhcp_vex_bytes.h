@@ -35,15 +35,15 @@ constexpr std::optional<uint16_t> U16(Bytes bytes, size_t at) {
   return static_cast<uint16_t>(bytes[at] << 8 | bytes[at + 1]);
 }
 
-// The packet's own bytes: from its data offset as far as both its length and its buffer reach. A chained packet
-// may be longer than its first buffer; what lies outside that buffer is not seen.
+// The packet's own bytes: from its data offset as far as both its length and its buffer reach. A chained
+// packet may be longer than its first buffer; what lies outside that buffer is not seen.
 inline Bytes PacketBytes(const OrbMbuf* pkt) {
   if (pkt == nullptr || pkt->bufAddr == nullptr || pkt->dataOff > pkt->bufLen) return {};
   return {pkt->bufAddr + pkt->dataOff, std::min<size_t>(pkt->dataLen, pkt->bufLen - pkt->dataOff)};
 }
 
-// The packet's bytes from `start` on, as an accessor of the framework located it; empty when `start` is null or
-// points anywhere but into the packet.
+// The packet's bytes from `start` on, as an accessor of the framework located it; empty when `start` is null
+// or points anywhere but into the packet.
 inline Bytes PacketBytesFrom(const OrbMbuf* pkt, const uint8_t* start) {
   const Bytes packet = PacketBytes(pkt);
   const auto first = reinterpret_cast<uintptr_t>(packet.data());

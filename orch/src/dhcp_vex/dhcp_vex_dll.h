@@ -1,6 +1,6 @@
 // dhcp_vex_dll.h - the intrusive list of the snooping store and of the callback registry.
-// Circular and doubly linked, the head is the sentinel, elements are appended at the tail. The list owns nothing;
-// its user allocates and frees the elements and holds the lock that guards them.
+// Circular and doubly linked, the head is the sentinel, elements are appended at the tail. The list owns
+// nothing; its user allocates and frees the elements and holds the lock that guards them.
 #pragma once
 
 #include <cstddef>
@@ -60,6 +60,14 @@ Element* DllFind(const DhcpDll& list, Matches matches) {
     if (matches(*element)) return element;
   }
   return nullptr;
+}
+
+template <class Element, class Visit>
+void DllForEach(const DhcpDll& list, Visit visit) {
+  DllFind<Element>(list, [&visit](Element& element) {
+    visit(element);
+    return false;
+  });
 }
 
 }  // namespace dhcp_vex

@@ -32,7 +32,8 @@ class [[nodiscard]] TryGuard {
   const bool held_;
 };
 
-// A packet that this scope frees unless it hands it over. `line` names the site in the framework's accounting.
+// A packet that this scope frees unless it hands it over. `line` names the site in the framework's
+// accounting.
 class [[nodiscard]] OwnedPacket {
  public:
   OwnedPacket(OrbMbuf* pkt, const char* sourcePath, uint32_t line)

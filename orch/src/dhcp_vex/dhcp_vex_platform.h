@@ -1,6 +1,7 @@
 // dhcp_vex_platform.h - the interfaces of the forwarding framework that the module imports, nothing else.
 // In:  nothing. Out: prototypes, resolved by the process that loads libvex_dhcp.so.
-// Results are uint32_t and 0 for success unless a comment says otherwise. The data model is LP64, little-endian.
+// Results are uint32_t and 0 for success unless a comment says otherwise. The data model is LP64,
+// little-endian.
 #pragma once
 
 #include <cstdarg>
@@ -71,7 +72,8 @@ uint32_t ORB_ImAgentSend(void* msg);  // takes the message over
 void ORB_ImAgentMsgFree(void* msg);
 
 // ---- Host-packet path ----------------------------------------------------------------------------------
-uint64_t HostHookRegister(uint32_t hookPoint, uint32_t value, uint32_t (*callback)(OrbMbuf*), const char* name);
+uint64_t HostHookRegister(uint32_t hookPoint, uint32_t value, uint32_t (*callback)(OrbMbuf*),
+                          const char* name);
 uint32_t HostMbufIsNdHookIgnore(OrbMbuf* pkt);
 void HostMbufSetNdHookIgnore(OrbMbuf* pkt);
 uint32_t HostMbufGetPktAppType(OrbMbuf* pkt);
@@ -87,8 +89,8 @@ uint32_t HostMbufGetCauseAction(OrbMbuf* pkt);
 uint32_t HostMbufGetHostDiagSwitch(OrbMbuf* pkt);
 uint32_t HostMbufGetOectrlIfIndex(OrbMbuf* pkt);
 uint16_t* HostMbufGetVlanTag(OrbMbuf* pkt);  // host byte order
-uint32_t HostMbufGetOutIfByL2vpnTnl(OrbMbuf* pkt, uint32_t tunnelId, uint32_t tunnelType, uint32_t* outIfIndex,
-                                    uint32_t* nextHop);
+uint32_t HostMbufGetOutIfByL2vpnTnl(OrbMbuf* pkt, uint32_t tunnelId, uint32_t tunnelType,
+                                    uint32_t* outIfIndex, uint32_t* nextHop);
 uint32_t HostUploadLdmByHook(OrbMbuf* pkt);  // takes the packet over
 
 // ---- Packet buffers ------------------------------------------------------------------------------------

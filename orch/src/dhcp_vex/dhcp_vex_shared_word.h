@@ -1,6 +1,6 @@
 // dhcp_vex_shared_word.h - words that threads share without a lock.
-// In:  a plain exported or static word. Out: relaxed atomic access to it, so that its layout stays plain while
-// no access races. Relaxed is enough because none of these words publishes other memory.
+// In:  a plain exported or static word. Out: relaxed atomic access to it, so that its layout stays plain
+// while no access races. Relaxed is enough because none of these words publishes other memory.
 #pragma once
 
 #include <atomic>
