@@ -19,9 +19,9 @@ inline constexpr uint32_t kLinkTypeEthernet = 1;
 
 struct Frame {
   std::span<const uint8_t>
-      bytes;  // valid until the next Next(); at most kMaxFrameBytes of the captured bytes
+      bytes;  // valid until the next Next(); a frame longer than the window: its first part
   uint64_t captured_length =
-      0;  // bytes the file holds of this frame; more than bytes.size() for a giant only
+      0;  // bytes the file holds of this frame; more than bytes.size() when only the first part is given
   uint32_t original_length = 0;  // bytes on the wire
   CaptureTime time;
   uint32_t link_type = 0;
@@ -38,7 +38,7 @@ struct CaptureError {
 
 class CaptureReader {
  public:
-  static constexpr size_t kMaxFrameBytes = 256 * 1024;
+  static constexpr size_t kFirstPartBytes = 64 * 1024;
 
   // previous: the time a simple packet block takes when no frame stands before it.
   explicit CaptureReader(std::string path, CaptureTime previous = {});

@@ -44,6 +44,7 @@ class PortTable {
   const PortRecord* Find(uint32_t index) const;                      // null: neither configured nor seen yet
   uint64_t macs_beyond_limit() const { return macs_beyond_limit_; }  // frames that had to share the last port
  private:
+  const PortRecord& ByInterface(uint32_t capture_interface);
   const PortRecord& ByIndex(uint32_t index);
   const PortRecord& ByMac(const MacAddress& mac);
 
@@ -54,6 +55,7 @@ class PortTable {
   std::vector<const PortRecord*> recent_;  // by capture interface or VLAN id: the port found last time
   uint32_t next_index_ = 1;
   size_t learned_ = 0;
+  const PortRecord* last_learned_ = nullptr;
   uint64_t macs_beyond_limit_ = 0;
 };
 
