@@ -105,10 +105,13 @@ static_assert(DHCP_CHN_ICMP == 0, "a probe without a digit goes to channel 0");
 
 }  // namespace
 
-std::optional<HeaderView> dhcp_vex::FindL4(OrbMbuf* pkt) {
+std::optional<L4View> dhcp_vex::FindL4(OrbMbuf* pkt) {
   const std::optional<HeaderView> l3 = FindL3(pkt);
-  const std::optional<uint32_t> headerLength = FixedIpHeader(HostMbufGetProtoType(pkt));
-  return l3 && headerLength ? Behind(*l3, *headerLength) : std::nullopt;
+  if (!l3) return std::nullopt;
+  const uint32_t protocol = HostMbufGetProtoType(pkt);
+  const std::optional<uint32_t> headerLength = FixedIpHeader(protocol);
+  const std::optional<HeaderView> l4 = headerLength ? Behind(*l3, *headerLength) : std::nullopt;
+  return l4 ? std::optional(L4View{*l4, protocol == kProtoIpv6}) : std::nullopt;
 }
 
 uint32_t DhcpPktGetChnID(OrbMbuf* pkt, uint32_t pktType) {
@@ -126,11 +129,11 @@ uint32_t DhcpPktGetChnID(OrbMbuf* pkt, uint32_t pktType) {
 }
 
 uint32_t DhcpPktGetDhcpChnID(OrbMbuf* pkt) {
-  const std::optional<HeaderView> l4 = FindL4(pkt);
-  const std::optional<Bytes> datagram = l4 ? Datagram(*l4) : std::nullopt;
+  const std::optional<L4View> l4 = FindL4(pkt);
+  const std::optional<Bytes> datagram = l4 ? Datagram(l4->header) : std::nullopt;
   const uint32_t instances = Instances();
   if (!datagram || instances == 0) return DHCP_CHN_DHCP;
-  if (HostMbufGetProtoType(pkt) == kProtoIpv6) return DHCP_CHN_DHCP_INST0 + Dhcp6Hash(*datagram) % instances;
+  if (l4->ipv6) return DHCP_CHN_DHCP_INST0 + Dhcp6Hash(*datagram) % instances;
   const std::optional<Bytes> chaddr = Part(*datagram, kChaddrAt, kMacSize);
   return chaddr ? DHCP_CHN_DHCP_INST0 + Djb2(*chaddr) % instances : DHCP_CHN_DHCP;
 }

@@ -62,7 +62,12 @@ struct HeaderView {
   uint32_t length;
 };
 
+struct L4View {
+  HeaderView header;
+  bool ipv6;
+};
+
 // The L4 header of an IPv4 or IPv6 packet without IPv4 options or IPv6 extension headers.
-std::optional<HeaderView> FindL4(OrbMbuf* pkt);
+std::optional<L4View> FindL4(OrbMbuf* pkt);
 
 }  // namespace dhcp_vex

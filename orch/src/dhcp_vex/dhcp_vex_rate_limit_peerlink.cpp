@@ -54,8 +54,8 @@ uint32_t DhcpVexPeerLinkRateCheck(OrbMbuf* pkt) {
 }
 
 uint32_t DhcpVexGetPktType(OrbMbuf* pkt) {
-  const std::optional<HeaderView> udp = FindL4(pkt);
-  const std::optional<uint8_t> messageType = udp ? U8(udp->bytes, kMessageTypeAt) : std::nullopt;
+  const std::optional<L4View> udp = FindL4(pkt);
+  const std::optional<uint8_t> messageType = udp ? U8(udp->header.bytes, kMessageTypeAt) : std::nullopt;
   if (!messageType) return DHCP_PEER_KINDS;
   return KindOf(static_cast<uint8_t>(HostMbufGetPktAppType(pkt)), *messageType);
 }
