@@ -15,7 +15,6 @@ RUNTIME_VERSION = re.compile(r"@@?(GLIBC|GLIBCXX|CXXABI|GCC)_")
 # Weak references that start-up files of the tool chain put into every shared library.
 TOOLCHAIN_WEAK = {"__gmon_start__", "_ITM_deregisterTMCloneTable", "_ITM_registerTMCloneTable", "__cxa_finalize"}
 NEEDED = {"libc.so.6", "libstdc++.so.6", "libm.so.6", "libgcc_s.so.1"}
-SANITIZER_SYMBOL = re.compile(r"__(asan|ubsan|tsan|lsan|sanitizer)_|__gcov_")
 SANITIZER_NEEDED = re.compile(r"lib(asan|ubsan|tsan)\.so")
 
 
@@ -27,7 +26,7 @@ def dynamic_symbols(tool, path):
     """(name with version, kind, size, binding, section) of every named dynamic symbol."""
     for line in readelf(tool, "--dyn-syms", path).splitlines():
         words = line.split()
-        if len(words) >= 8 and words[0].rstrip(":").isdigit():
+        if len(words) >= 8 and words[0].rstrip(":").isdigit() and words[3] != "SECTION":
             yield words[7], words[3], int(words[2], 0), words[4], words[6]
 
 
@@ -62,8 +61,7 @@ def check_imports(args):
     undefined = [(s[0], s[3]) for s in dynamic_symbols(args.readelf, args.library) if s[4] == "UND"]
     for name, binding in undefined:
         runtime = RUNTIME_VERSION.search(name) or (binding == "WEAK" and name in TOOLCHAIN_WEAK)
-        sanitizer = args.sanitized and SANITIZER_SYMBOL.match(name)
-        if not runtime and not sanitizer and name not in framework:
+        if not runtime and name not in framework:
             yield f"{name} is undefined and neither in imports.txt nor of the C or C++ runtime"
     print(f"{len(undefined)} undefined symbols compared with {len(framework)} interfaces of the framework")
 
@@ -116,7 +114,8 @@ def main():
     parser.add_argument("--optimised", action="store_true", help="the build has _FORTIFY_SOURCE")
     args = parser.parse_args()
     findings = list(checks[args.check](args))
-    print("\n".join(findings))
+    for finding in findings:
+        print(finding)
     return 1 if findings else 0
 
 
