@@ -15,6 +15,7 @@
 #include "host/capture_reader.h"
 #include "host/outcome.h"
 #include "host/ports.h"
+#include "platform/module_loader.h"
 
 namespace vex::host {
 
@@ -40,7 +41,7 @@ struct ReplayOptions {
   std::function<void()> configure;
   // Per-frame outcomes; null: totals only, and the module is not asked for the channel of a frame.
   ReplaySink* sink = nullptr;
-  std::function<void(const ReplayProgress&)> progress;  // called every few thousand frames
+  std::function<void(const ReplayProgress&)> progress;  // called for every frame
 };
 
 struct ReplayTotals {
@@ -53,7 +54,8 @@ struct ReplayTotals {
   uint64_t refused = 0;
   uint64_t delivered = 0;
   uint64_t failed = 0;
-  std::array<uint64_t, 256> by_app_type{};                              // frames presented
+  uint64_t odd_fates = 0;                   // presented frames whose evidence shows no fate, or more than one
+  std::array<uint64_t, 256> by_app_type{};  // frames presented
   std::array<std::array<uint64_t, 4>, kPktTypeNone + 1> by_pkt_type{};  // [packet type][Verdict]
   std::array<uint64_t, kServiceChannels> by_channel{};                  // messages each channel received
   std::array<uint64_t, 3> by_refusal{};                                 // [Refusal]
@@ -64,7 +66,13 @@ struct ReplayTotals {
   std::vector<CaptureError> errors;  // at most one per file
   std::vector<ScopeTally> scopes;    // interfaces, VLANs, global, degrade, peer-link, each in ascending order
 
-  bool IdentityHolds() const { return frames == not_presented + not_wanted + refused + delivered + failed; }
+  bool IdentityHolds() const {
+    return odd_fates == 0 && frames == not_presented + not_wanted + refused + delivered + failed;
+  }
 };
+
+// Replays the files through the loaded and started module. The clock becomes virtual. Throws InputError for a
+// filter that cannot be compiled, before any frame is read.
+ReplayTotals RunReplay(const platform::Module& module, const ReplayOptions& options);
 
 }  // namespace vex::host
