@@ -3,10 +3,11 @@ SHELL := /bin/bash
 .DEFAULT_GOAL := help
 JOBS ?= $(shell nproc)
 WERROR := $(if $(filter true 1,$(CI)),ON,OFF)
-CONFIGURE := cmake -DVEX_WERROR=$(WERROR)
+MUTANTS ?= 300
+MINUTES ?= 60
 export JOBS WERROR
 
-.PHONY: help deps build run test lint format bench clean
+.PHONY: help deps build run test test-aarch64 lint format bench deb coverage mutation clean
 
 help: ## list these targets
 	@grep -hE '^[a-z0-9-]+:.*## ' $(MAKEFILE_LIST) | awk -F ':.*## ' '{printf "  make %-14s %s\n", $$1, $$2}'
@@ -24,6 +25,10 @@ run: deps ## build, then replay captures/ under examples/access-switch.toml and 
 test: deps ## every test in the release and asan presets, those labelled concurrency in tsan
 	@scripts/test release asan tsan
 
+test-aarch64: ## cross-build for the target and run the tests under qemu
+	@scripts/deps aarch64
+	@scripts/test aarch64
+
 lint: deps ## clang-format, clang-tidy and shell syntax over all tracked sources
 	@scripts/lint
 
@@ -33,6 +38,21 @@ format: ## let clang-format rewrite all tracked sources
 bench: deps ## benchmarks: the hook next to its floor, and replay on a million frames
 	@scripts/build release
 	@scripts/bench
+
+deb: ## Debian packages of module, headers (amd64, arm64) and vexhost (amd64) into build/packages
+	@scripts/deps aarch64
+	@scripts/build release vexhost vex_dhcp
+	@scripts/build aarch64 vex_dhcp
+	@for preset in release aarch64; do (cd build/$$preset && cpack -G DEB -B ../packages >cpack.log || { cat cpack.log; exit 1; }); done
+	@rm -rf build/packages/_CPack_Packages
+	@ls -l build/packages/*.deb
+
+coverage: ## line and branch coverage of the module, at least 95 % and 85 %
+	@scripts/deps evidence
+	@scripts/coverage
+
+mutation: deps ## try MUTANTS=300 changed conditions and constants of the module on its tests, for MINUTES=60 at most
+	@scripts/mutate.py --count $(MUTANTS) --minutes $(MINUTES)
 
 clean: ## remove build/
 	rm -rf build
