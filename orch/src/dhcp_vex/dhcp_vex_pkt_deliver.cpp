@@ -1,7 +1,8 @@
 // dhcp_vex_pkt_deliver.cpp - the 24-byte header, the service's channels and threads, inner messages.
 // In:  packets from the hook, bytes from the timers. Out: channel sends, wake-ups, counters 4 to 7.
 // Names are resolved on first use and cached in single words; two threads that resolve the same entry store
-// the same value. A failed look-up leaves the entry unresolved, so the next use tries again.
+// the same value. A failed look-up stores nothing: the entry stays unresolved, so the next use tries again,
+// and a thread that resolved it meanwhile still finds its value when it sends.
 #include "dhcp_vex_pkt_deliver.h"
 
 #include "dhcp_vex_api.h"
@@ -58,8 +59,10 @@ static_assert(ThreadOf(2) == 0 && ThreadOf(3) == 1 && ThreadOf(6) == 4 && Thread
 bool ResolveThread(ServiceThread& thread) {
   if (Load(thread.handle) != nullptr) return true;
   void* const handle = ORB_ThreadInfoGetByName(thread.name);
-  Store(thread.handle, handle);
-  if (handle != nullptr) return true;
+  if (handle != nullptr) {
+    Store(thread.handle, handle);
+    return true;
+  }
   OrbLog(1, "[DHCP-vex]DhcpPktGetChnID get thread info id failed.");
   Count(DhcpStat::kGetThreadInfoFail);
   return false;
@@ -68,8 +71,10 @@ bool ResolveThread(ServiceThread& thread) {
 bool ResolveChannel(ServiceChannel& channel) {
   if (Load(channel.id) != DHCP_NONE) return true;
   const uint32_t id = ORB_ChannelGetIdByName(channel.name);
-  Store(channel.id, id);
-  if (id != DHCP_NONE) return true;
+  if (id != DHCP_NONE) {
+    Store(channel.id, id);
+    return true;
+  }
   OrbLog(1, "[DHCP-vex]DhcpPktGetChnID get channel id by name id failed.");
   Count(DhcpStat::kGetChnIdFail);
   return false;
