@@ -30,15 +30,15 @@ DHCP_VEX_API void DhcpVexSetDbgSwitch(uint32_t value);
 
 // Macros, so that the compiler checks each format against its arguments; arguments are evaluated up to twice.
 
-// A diagnostic of the packet path: to the trace when the packet is marked for it, then always to the debug
-// channel.
-#define DHCP_LOG_PAIR(pkt, ...)                                              \
-  do {                                                                       \
-    OrbMbuf* const markedPkt = (pkt);                                        \
-    if (markedPkt != nullptr && HostMbufGetHostDiagSwitch(markedPkt) != 0) { \
-      DHCPDiagPrintf(__VA_ARGS__);                                           \
-    }                                                                        \
-    DhcpVexDebugOut(0, __VA_ARGS__);                                         \
+// A diagnostic of the packet path: to the trace when the packet is marked for it (the mark is 8 bits wide),
+// then always to the debug channel.
+#define DHCP_LOG_PAIR(pkt, ...)                                                                    \
+  do {                                                                                             \
+    OrbMbuf* const markedPkt = (pkt);                                                              \
+    if (markedPkt != nullptr && static_cast<uint8_t>(HostMbufGetHostDiagSwitch(markedPkt)) != 0) { \
+      DHCPDiagPrintf(__VA_ARGS__);                                                                 \
+    }                                                                                              \
+    DhcpVexDebugOut(0, __VA_ARGS__);                                                               \
   } while (false)
 
 // A rare event: to the debug channel, then to the diagnostic log.
