@@ -146,7 +146,7 @@ DhcpSnpInfo* DhcpVexCreatSnpInfo(DhcpDll* list, uint32_t key) {
   if (list == nullptr) return nullptr;
   void* memory = OrbMemAllocInner(kAllocatorId, 0, sizeof(DhcpSnpInfo), 0, "DhcpVexCreatSnpInfo", __LINE__);
   if (memory == nullptr) return nullptr;
-  DhcpSnpInfo* record = new (memory) DhcpSnpInfo;
+  DhcpSnpInfo* record = new (memory) DhcpSnpInfo{};  // also when the clearing routine refuses
   SetDefaults(*record, key);
   DllAppend(*list, record->link);
   return record;
@@ -172,7 +172,7 @@ uint32_t DhcpVexAddSnpVlanTrustIf(DhcpDll* list, uint32_t ifIndex) {
   void* memory =
       OrbMemAllocInner(kAllocatorId, 0, sizeof(DhcpTrustIfNode), 0, "DhcpVexAddSnpVlanTrustIf", __LINE__);
   if (memory == nullptr) return DHCP_FAIL;
-  DhcpTrustIfNode* node = new (memory) DhcpTrustIfNode;
+  DhcpTrustIfNode* node = new (memory) DhcpTrustIfNode{};
   memset_s(node, sizeof(*node), 0, sizeof(*node));
   node->ifIndex = ifIndex;
   DllAppend(*list, node->link);
