@@ -35,6 +35,7 @@ class Board {
 
   void AddRpcService(const void* record48);
   std::vector<RpcService> RpcServices() const;
+  void RemoveRpcServices();  // what an unloaded module had registered
   void Reset();
 
  private:
@@ -45,8 +46,8 @@ class Board {
 };
 Board& TheBoard();
 
-// Hooks on the host-packet path. Registration takes a lock, calling does not: hooks are registered at start-up and
-// removed only when no packet is under way.
+// Hooks on the host-packet path. Registration takes a lock, calling does not: hooks are registered at
+// start-up and removed only when no packet is under way.
 class HookTable {
  public:
   using Callback = uint32_t (*)(OrbMbuf*);
@@ -59,8 +60,8 @@ class HookTable {
   };
   // False for a null callback or a full table. The same callback at the same point is kept once.
   bool Register(uint32_t point, uint32_t value, Callback callback, const char* name);
-  // Offers the packet to the hooks of the point in the order of their registration until one answers non-zero;
-  // that verdict, or 0. 0x1000000: taken, the packet is no longer the caller's.
+  // Offers the packet to the hooks of the point in the order of their registration until one answers
+  // non-zero; that verdict, or 0. 0x1000000: taken, the packet is no longer the caller's.
   uint32_t Call(uint32_t point, OrbMbuf* packet) const {
     for (const Slot& slot : slots_) {
       const Callback callback = slot.callback.load(std::memory_order_acquire);

@@ -23,9 +23,9 @@ constexpr uint32_t kNoChannel = 0xFFFFFFFF;
 
 struct ChannelStats {
   uint64_t sent = 0;
-  uint64_t refused = 0;   // the channel was full
+  uint64_t refused = 0;  // the channel was full
   uint64_t received = 0;
-  uint32_t highWater = 0; // most packets held at once
+  uint32_t highWater = 0;  // most packets held at once
 };
 
 class Channel {
@@ -47,10 +47,10 @@ class Channel {
   const std::string name_;
   const uint32_t id_;
   const uint32_t depth_;
-  mutable SpinMutex lock_;                // guards the ring and the counters
+  mutable SpinMutex lock_;  // guards the ring and the counters
   const std::unique_ptr<Packet*[]> ring_;
   uint32_t head_ = 0;
-  std::atomic<uint32_t> size_{0};         // written under the lock; read without it to see an empty channel
+  std::atomic<uint32_t> size_{0};  // written under the lock; read without it to see an empty channel
   ChannelStats stats_;
 };
 
@@ -60,16 +60,17 @@ class ChannelTable {
   // a depth of 0, an empty name or a full table.
   Channel* Create(std::string_view name, uint32_t depth);
   Channel* Find(std::string_view name) const;
-  Channel* ById(uint32_t id) const;   // null when unknown; no lock
-  std::vector<Channel*> All() const;  // in the order of creation
-  bool Remove(std::string_view name); // frees its packets; for tests of channels that come later
-  void Reset();                       // every channel gone, their packets freed; pointers become invalid
+  Channel* ById(uint32_t id) const;    // null when unknown; no lock
+  std::vector<Channel*> All() const;   // in the order of creation
+  bool Remove(std::string_view name);  // frees its packets; for tests of channels that come later
+  void Reset();                        // every channel gone, their packets freed; pointers become invalid
 
  private:
+  Channel* FindLocked(std::string_view name) const;
   static constexpr size_t kMaxChannels = 256;
   mutable std::mutex mutex_;  // guards creation and removal
   std::array<std::atomic<Channel*>, kMaxChannels> byId_{};
-  uint32_t next_ = 1;         // id 0 is never given, so an unset id is noticed
+  uint32_t next_ = 1;  // id 0 is never given, so an unset id is noticed
 };
 ChannelTable& Channels();
 

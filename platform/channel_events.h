@@ -1,8 +1,8 @@
 // channel_events.h - numbered channel events and the callbacks that serve them.
 // In:  OrbChnEvtCallbackRegister, ORB_ChannelEventWritePublic. Out: calls of the callbacks.
 // An event is a flag: writes before it is served count once; a write during its callback asks for one more
-// call. Without threads events stay pending until the caller runs them; StartThreads() serves them at once, with
-// several threads the calls of one callback may overlap. Callbacks run without any lock held.
+// call. Without threads events stay pending until the caller runs them; StartThreads() serves them at once,
+// with several threads the calls of one callback may overlap. Callbacks run without any lock held.
 #pragma once
 
 #include <condition_variable>
@@ -25,7 +25,7 @@ class ChannelEvents {
   bool AnyPending() const;
 
   void StartThreads(size_t count = 1);
-  void StopThreads();     // waits for running callbacks; pending events stay pending
+  void StopThreads();  // waits for running callbacks; pending events stay pending
 
   void RemoveObject(const void* objectBase);  // forgets callbacks inside that loaded object
   void Reset();                               // stops threads, forgets everything

@@ -21,11 +21,15 @@
 namespace vex::platform {
 
 // The setters by the last part of their names, in the order in which the module calls them.
-#define VEX_EGRESS_SETTERS(X)                                                                                  \
-  X(OePriority) X(IntfType) X(SendIfIndex) X(ProtoType) X(BdId) X(BsNoLinkEncap) X(BsVlanNum) X(VlanBaseInfo)  \
-  X(PruneIf) X(BsSpecifyIpat) X(VxlanEncodeVlan) X(BsOeSMAC) X(BsOeDMAC) X(SrcMac) X(DstMac) X(DstAddr)        \
-  X(NextHop) X(Svp) X(TunnelID) X(TunnelType) X(VrfIndex) X(SendPhyIfIndex) X(IntfLen) X(VxlanHubSpkV2)        \
-  X(VxlanVpeerlink) X(Uint32InfoByType) X(PruneType) X(AppendTlv)
+#define VEX_EGRESS_SETTERS(X)                                                                             \
+  X(OePriority)                                                                                           \
+  X(IntfType)                                                                                             \
+  X(SendIfIndex)                                                                                          \
+  X(ProtoType)                                                                                            \
+  X(BdId) X(BsNoLinkEncap) X(BsVlanNum) X(VlanBaseInfo) X(PruneIf) X(BsSpecifyIpat) X(VxlanEncodeVlan)    \
+      X(BsOeSMAC) X(BsOeDMAC) X(SrcMac) X(DstMac) X(DstAddr) X(NextHop) X(Svp) X(TunnelID) X(TunnelType)  \
+          X(VrfIndex) X(SendPhyIfIndex) X(IntfLen) X(VxlanHubSpkV2) X(VxlanVpeerlink) X(Uint32InfoByType) \
+              X(PruneType) X(AppendTlv)
 
 enum class EgressSetter : uint8_t {
 #define VEX_EGRESS_ENUMERATOR(name) k##name,
@@ -51,9 +55,9 @@ struct EgressView {
   std::vector<EgressSetting> settings;  // in the order of the calls; a setter called twice is listed twice,
                                         // both with the last value
   static EgressView Decode(const HostEgressDesc& desc);
-  const EgressSetting* Find(EgressSetter setter) const;   // null when it was not set
-  uint32_t Value(EgressSetter setter) const;              // 0 when it was not set
-  std::string ToString() const;                           // one line per setting
+  const EgressSetting* Find(EgressSetter setter) const;  // null when it was not set
+  uint32_t Value(EgressSetter setter) const;             // 0 when it was not set
+  std::string ToString() const;                          // one line per setting
   friend bool operator==(const EgressView&, const EgressView&) = default;
 };
 
@@ -65,8 +69,10 @@ struct PublishedPacket {
 
 class EgressPort {
  public:
-  // A sink answers 0 for sent; the packet is its own in any case. Without a sink packets are queued for Take...().
-  using PublishSink = std::function<uint32_t(PacketPtr packet, const HostEgressDesc& desc, uint32_t sourceId)>;
+  // A sink answers 0 for sent; the packet is its own in any case. Without a sink packets are queued for
+  // Take...().
+  using PublishSink =
+      std::function<uint32_t(PacketPtr packet, const HostEgressDesc& desc, uint32_t sourceId)>;
   using UploadSink = std::function<uint32_t(PacketPtr packet)>;
   void SetPublishSink(PublishSink sink);  // an empty function: back to the queue
   void SetUploadSink(UploadSink sink);

@@ -18,33 +18,34 @@ namespace vex::platform {
 class EventThread {
  public:
   explicit EventThread(std::string name) : name_(std::move(name)) {}
-  void Write(uint32_t mask);                            // wakes a waiter
-  uint32_t Take() { return events_.exchange(0); }       // what was written since the last take; does not wait
+  void Write(uint32_t mask);                       // wakes a waiter
+  uint32_t Take() { return events_.exchange(0); }  // what was written since the last take; does not wait
   // The same, waiting until something is written. 0 after the timeout or after Interrupt().
   uint32_t Wait(std::chrono::nanoseconds timeout);
-  void Interrupt();                                     // ends one running or the next Wait() without events
+  void Interrupt();  // ends one running or the next Wait() without events
   const std::string& Name() const { return name_; }
   uint64_t Writes() const { return writes_.load(std::memory_order_relaxed); }
 
  private:
   friend class EventThreadTable;
   const std::string name_;
-  std::atomic<uint32_t> events_{0};   // pairs with waiters_: both sequentially consistent, so no wake is lost
+  std::atomic<uint32_t> events_{0};  // pairs with waiters_: both sequentially consistent, so no wake is lost
   std::atomic<uint32_t> waiters_{0};
   std::atomic<uint64_t> writes_{0};
   std::atomic<bool> registered_{true};
   std::mutex mutex_;
   std::condition_variable wake_;
-  bool interrupted_ = false;          // guarded by mutex_
+  bool interrupted_ = false;  // guarded by mutex_
 };
 
 class EventThreadTable {
  public:
   EventThread* Create(std::string_view name);      // the existing one when the name is known
   EventThread* Find(std::string_view name) const;  // null when unknown
-  bool IsRegistered(const void* handle) const;
-  bool Remove(std::string_view name);  // unknown from now on; handles given out stay readable but refuse writes
-  void Reset();                        // Remove() for all
+  bool IsRegistered(const EventThread& thread) const;
+  bool Remove(
+      std::string_view name);  // unknown from now on; handles given out stay readable but refuse writes
+  void Reset();                // Remove() for all
 
  private:
   mutable std::mutex mutex_;

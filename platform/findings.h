@@ -8,8 +8,8 @@
 
 namespace vex::platform {
 
-void ReportFinding(std::string text);         // from any thread
-std::vector<std::string> PeekFindings();      // a copy, in the order of the reports
-std::vector<std::string> TakeFindings();      // the same, and forgets them
+void ReportFinding(std::string text);     // from any thread
+std::vector<std::string> PeekFindings();  // a copy, in the order of the reports
+std::vector<std::string> TakeFindings();  // the same, and forgets them
 
 }  // namespace vex::platform

@@ -25,8 +25,8 @@ std::string_view LogOutputName(LogOutput output);
 struct LogRecord {
   LogOutput output{};
   uint32_t level = 0;       // syslog priority, OrbLog level; IM agent: message kind; assertion: line number
-  std::string_view text;    // IM agent: all parameters one after the other; assertion: its message, mostly empty
-  std::string_view tag;     // debug report: tag; assertion: source path; else empty
+  std::string_view text{};  // IM agent: all parameters one after the other; assertion: its message
+  std::string_view tag{};   // debug report: tag; assertion: source path; else empty
   uint32_t id1 = 0;         // debug report: both ids; IM agent: message id and number of parameters
   uint32_t id2 = 0;
 };
@@ -42,10 +42,10 @@ class LogHub {
   bool Wanted(LogOutput output) const {
     return (wanted_.load(std::memory_order_relaxed) & MaskOf(output)) != 0;
   }
-  void Write(const LogRecord& record);            // counts, and calls the sinks
+  void Write(const LogRecord& record);                              // counts, and calls the sinks
   void WriteV(LogRecord record, const char* format, va_list args);  // formats only when wanted
   uint64_t Count(LogOutput output) const;
-  void Reset();                                   // no sinks, counts 0
+  void Reset();  // no sinks, counts 0
 
  private:
   struct Entry {
@@ -79,7 +79,7 @@ class LogCapture {
   ~LogCapture();
   LogCapture(const LogCapture&) = delete;
   LogCapture& operator=(const LogCapture&) = delete;
-  std::vector<Line> Lines() const;                      // in the order of writing
+  std::vector<Line> Lines() const;  // in the order of writing
   std::vector<std::string> Texts(LogOutput output) const;
   void Clear();
 

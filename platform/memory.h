@@ -22,13 +22,13 @@ struct BlockInfo {
 class MemoryLedger {
  public:
   void* Alloc(uint32_t allocator, uint32_t size, const char* tag, uint32_t line);  // null: limit reached
-  bool Free(void* mem);          // false, and a finding, when it is no live block; null is ignored
-  void SetLimit(size_t bytes);   // live bytes at most; SIZE_MAX: no limit
+  bool Free(void* mem);         // false, and a finding, when it is no live block; null is ignored
+  void SetLimit(size_t bytes);  // live bytes at most; SIZE_MAX: no limit
   size_t LiveBlocks() const;
   size_t LiveBytes() const;
   std::vector<BlockInfo> Live() const;
   std::vector<std::string> Leaks() const;  // one line per tag and line
-  void Reset();                  // frees what is live
+  void Reset();                            // frees what is live
 
  private:
   mutable std::mutex mutex_;

@@ -1,6 +1,7 @@
 // module_loader.h - brings a libvex_dhcp.so up as the framework does, and takes it down again.
 // In:  path of the library, number of lcore threads, directories of the optional libraries.
-// Out: the running module: its record, its exports by name, dispatch of configuration; or a ModuleError that says
+// Out: the running module: its record, its exports by name, dispatch of configuration; or a ModuleError that
+// says
 //      what failed, where, and what to do.
 // Start-up: dlopen, record found through g_pluginModRegHead, id assigned, global constructor, per-lcore
 // constructors on their threads, DhcpVexInit; only then is configuration dispatched, one request at a time.
@@ -26,12 +27,12 @@ class ModuleError : public std::runtime_error {
 // The framework's view of a module record. Unnamed words belong to others.
 struct ModuleRecord {
   uint8_t owned[16];
-  ModuleRecord* next;      // the record that was registered before this one
+  ModuleRecord* next;  // the record that was registered before this one
   const char* name;
   uint64_t zero32;
   uint32_t (*init)();
   uint8_t zero48[40];
-  uint32_t id;             // the framework's; the constructors copy it
+  uint32_t id;  // the framework's; the constructors copy it
   uint8_t zero92[28];
   uint32_t word120;
   uint32_t zero124;
@@ -41,17 +42,19 @@ struct ModuleRecord {
   void (*lcoreDestructor)();
   uint8_t zero160[16];
 };
-static_assert(sizeof(ModuleRecord) == 176 && offsetof(ModuleRecord, next) == 16 && offsetof(ModuleRecord, init) == 40);
+static_assert(sizeof(ModuleRecord) == 176 && offsetof(ModuleRecord, next) == 16 &&
+              offsetof(ModuleRecord, init) == 40);
 static_assert(offsetof(ModuleRecord, id) == 88 && offsetof(ModuleRecord, word120) == 120);
-static_assert(offsetof(ModuleRecord, globalConstructor) == 128 && offsetof(ModuleRecord, lcoreDestructor) == 152);
+static_assert(offsetof(ModuleRecord, globalConstructor) == 128 &&
+              offsetof(ModuleRecord, lcoreDestructor) == 152);
 
 struct ModuleOptions {
-  size_t lcores = 0;         // 0: the calling thread is the only lcore
-  uint32_t moduleId = 0;     // 0: the next free one
-  bool init = true;          // false: constructed only; call Init() later
-  // Directories with libdb_arp.so or libvex_mlag.so to open before the module asks for them by name. A library
-  // that is in none of them, nor on the loader's own search path, is absent for the module.
-  std::vector<std::string> optionalDirs;
+  size_t lcores = 0;      // 0: the calling thread is the only lcore
+  uint32_t moduleId = 0;  // 0: the next free one
+  bool init = true;       // false: constructed only; call Init() later
+  // Directories with libdb_arp.so or libvex_mlag.so to open before the module asks for them by name. A
+  // library that is in none of them, nor on the loader's own search path, is absent for the module.
+  std::vector<std::string> optionalDirs{};
 };
 
 class Module {
@@ -64,7 +67,7 @@ class Module {
   Module(const Module&) = delete;
   Module& operator=(const Module&) = delete;
 
-  uint32_t Init();           // DhcpVexInit, once; answers its result
+  uint32_t Init();  // DhcpVexInit, once; answers its result
   uint32_t InitResult() const { return initResult_; }
   const ModuleRecord& Record() const { return *record_; }
   LcoreThreads& Lcores() { return *lcores_; }
@@ -72,15 +75,19 @@ class Module {
 
   // Exports by name; a missing one throws ModuleError naming it.
   template <class F>
-  F* Fn(const char* name) const { return reinterpret_cast<F*>(Symbol(name)); }
+  F* Fn(const char* name) const {
+    return reinterpret_cast<F*>(Symbol(name));
+  }
   template <class T>
-  T* Var(const char* name) const { return static_cast<T*>(Symbol(name)); }
+  T* Var(const char* name) const {
+    return static_cast<T*>(Symbol(name));
+  }
   void* Symbol(const char* name) const;
   bool Has(const char* name) const;
 
-  // One configuration request, as the RPC framework delivers it: handlers DhcpCfg, DhcpSnpCfg, DhcpDegradeCfg,
-  // DhcpSnpDelMac, DhcpPktCtrlCfg, DhcpPktCtrlCfgSync. Throws ModuleError before Init() has returned or when the
-  // module registered no service.
+  // One configuration request, as the RPC framework delivers it: handlers DhcpCfg, DhcpSnpCfg,
+  // DhcpDegradeCfg, DhcpSnpDelMac, DhcpPktCtrlCfg, DhcpPktCtrlCfgSync. Throws ModuleError before Init() has
+  // returned or when the module registered no service.
   uint32_t Configure(const char* handler, const void* request);
 
   // Destructors, hooks, callbacks and timers removed, record unlinked, dlclose. Throws ModuleError when the
@@ -91,12 +98,12 @@ class Module {
   Module() = default;
   void Construct(const ModuleOptions& options);
   std::string path_;
-  void* handle_ = nullptr;       // null: linked into the program
-  const void* base_ = nullptr;   // load address of the object, by which its callbacks are recognised
+  void* handle_ = nullptr;      // null: linked into the program
+  const void* base_ = nullptr;  // load address of the object, by which its callbacks are recognised
   ModuleRecord* record_ = nullptr;
   std::vector<void*> optionalHandles_;
   std::unique_ptr<LcoreThreads> lcores_;
-  std::mutex configuration_;     // one request at a time
+  std::mutex configuration_;  // one request at a time
   bool constructed_ = false;
   bool initialised_ = false;
   uint32_t initResult_ = 0;
