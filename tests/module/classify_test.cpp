@@ -1,0 +1,262 @@
+// classify_test.cpp - which punted packets are wanted, as what, and whether the packet itself is taken.
+// In:  frames of every application type, all 65536 settings of the switches, capability items 1 and 2.
+// Out: packet types and take flags against a table of the switch combinations that let a packet through.
+#include "dhcp_vex_pkt_classify.h"
+
+#include "tests/module/module_test.h"
+
+namespace vex::module_test {
+namespace {
+
+using Combinations = std::vector<uint32_t>;  // a packet is wanted when all bits of one of them are on
+const Combinations kNever = {};
+const Combinations kAlways = {0};
+
+struct Kind {
+  const char* name;
+  Frame frame;
+  uint32_t pktType;  // when wanted
+  Combinations ordinary;
+  Combinations management;
+  uint32_t takenWith;  // taken when one of these bits is on; kTaken: whenever wanted
+};
+constexpr uint32_t kTaken = 0xFFFF'0000;
+
+// The combinations as the features are sold, one row per kind of packet.
+const std::vector<Kind>& Kinds() {
+  static const Frame between = Dhcp4().Ports(67, 67);
+  static const std::vector<Kind> kinds = {
+      {"ARP reply", Arp(2), 1, {0x22, 0x82}, {0x40}, 0},
+      {"ARP request", Arp(1), 1, kNever, kNever, 0},
+      {"ARP reply with opcode 0x0102", Arp(0x0102), 1, kNever, kNever, 0},
+      {"ARP reply behind two tags", Arp(2, 2), 1, {0x22, 0x82}, {0x40}, 0},
+      {"echo reply", Echo(0, {}), 0, {0x1}, {0x400, 0x4000}, 0},
+      {"echo reply behind IPv4 options", Echo(0, {}, 15), 0, {0x1}, {0x400, 0x4000}, 0},
+      {"echo request", Echo(8, {}), 0, kNever, kNever, 0},
+      {"DHCPv4 request", Dhcp4(), 2, {0x1}, {0x400, 0x4000}, kTaken},
+      {"DHCPv4 between servers, to a group", between, 2, {0x1}, {0x400, 0x4000}, kTaken},
+      {"DHCPv4 between servers, to one host", between.ToMac(kRouterMac), 2, {0x1}, kAlways, kTaken},
+      {"DHCPv4 from a client to one host", Dhcp4().ToMac(kRouterMac), 2, {0x1}, {0x400, 0x4000}, kTaken},
+      {"DHCPv4 request of cause 30", Dhcp4().Cause(30), 2, kAlways, {0x400, 0x4000}, kTaken},
+      {"DHCPv4 request of cause 124 in a wider word",
+       Dhcp4().Cause(0xABCD'007C),
+       2,
+       kAlways,
+       {0x400, 0x4000},
+       kTaken},
+      {"DHCPv4 reply", Dhcp4(kClientMac, 2), 2, {0x2, 0x10}, {0x40}, kTaken},
+      {"DHCPv4 reply of cause 30", Dhcp4(kClientMac, 2).Cause(30), 2, {0x2, 0x10}, {0x40}, kTaken},
+      {"DHCPv4 to another port", Dhcp4().Ports(68, 69), 2, kNever, kNever, kTaken},
+      {"DHCPv4 with a port of 17 bits",
+       Dhcp4().With([](auto& a) { a.l4DstPort = 0x10043; }),
+       2,
+       {0x1},
+       {0x400, 0x4000},
+       kTaken},
+      {"DHCPv6 request", Dhcp6(), 2, {0x100}, kNever, kTaken},
+      {"DHCPv6 request of cause 123", Dhcp6().Cause(123), 2, kAlways, kNever, kTaken},
+      {"DHCPv6 reply", Dhcp6().Ports(547, 546), 2, {0x200, 0x1000}, {0x800}, kTaken},
+      {"DHCPv6 to another port", Dhcp6().Ports(546, 67), 2, kNever, kNever, kTaken},
+      {"router solicitation", Nd(133), 12, {0x2000}, kNever, 0x2000},
+      {"router advertisement", Nd(134), 12, {0x2000}, kNever, 0x2000},
+      {"neighbour solicitation", Nd(135), 12, {0x2000}, kNever, 0x2000},
+      {"neighbour advertisement", Nd(136), 12, {0x1000, 0x2000}, kNever, 0x2000},
+      {"redirect", Nd(137), 12, kNever, kNever, 0},
+      {"ICMPv6 type 132", Nd(132), 12, kNever, kNever, 0},
+      {"ICMPv6 echo request", Nd(128), 12, kNever, kNever, 0},
+      {"ICMPv6 type 5, 133 modulo 128", Nd(5), 12, kNever, kNever, 0},
+      {"application type 0", Dhcp4().With([](auto& a) { a.appType = 0; }), 2, kNever, kNever, 0},
+      {"application type 2", Dhcp4().With([](auto& a) { a.appType = 2; }), 2, kNever, kNever, 0},
+      {"application type 33", Dhcp6().With([](auto& a) { a.appType = 33; }), 2, kNever, kNever, 0},
+      {"application type 17 with bits above the low 8",
+       Dhcp4().With([](auto& a) { a.appType = 0x511; }),
+       2,
+       {0x1},
+       {0x400, 0x4000},
+       kTaken},
+      {"a packet that the module uploads itself", Nd(136).With([](auto& a) { a.ndHookIgnore = 0xFFFF'FFFF; }),
+       12, kNever, kNever, 0},
+      {"ignore word with bit 0 clear",
+       Nd(136).With([](auto& a) { a.ndHookIgnore = 2; }),
+       12,
+       {0x1000, 0x2000},
+       kNever,
+       0x2000},
+  };
+  return kinds;
+}
+
+bool Lets(const Combinations& combinations, uint32_t switches) {
+  for (uint32_t needed : combinations) {
+    if ((switches & needed) == needed) return true;
+  }
+  return false;
+}
+
+class ClassifyTest : public ModuleTest {
+ protected:
+  // The first setting of the switches that the module answers differently from the table.
+  static void ExpectAllSettings(const Kind& kind, bool management) {
+    const PacketPtr packet = (management ? kind.frame.Management() : kind.frame).New();
+    for (uint32_t switches = 0; switches < 0x10000; ++switches) {
+      SetSwitches(switches | (switches * 0x9E37'0000));  // the upper half plays no part
+      const bool wanted = Lets(management ? kind.management : kind.ordinary, switches);
+      const bool taken = wanted && (kind.takenWith == kTaken || (kind.takenWith & switches) != 0);
+      uint32_t takeFlag = 0x42;  // classification writes the flag or leaves it alone
+      const uint32_t type = DhcpGetPktType(packet.get(), &takeFlag);
+      if (type == (wanted ? kind.pktType : 13) && takeFlag == (taken ? 0x1000000u : 0x42u)) continue;
+      ADD_FAILURE() << kind.name << (management ? " on management" : "") << ", switches 0x" << std::hex
+                    << switches << ": type " << std::dec << type << ", flag 0x" << std::hex << takeFlag;
+      return;
+    }
+  }
+};
+
+TEST_F(ClassifyTest, EverySettingOfTheSwitchesOnAnOrdinaryInterface) {
+  for (const Kind& kind : Kinds()) ExpectAllSettings(kind, false);
+}
+
+TEST_F(ClassifyTest, EverySettingOfTheSwitchesOnTheManagementInterface) {
+  for (const Kind& kind : Kinds()) ExpectAllSettings(kind, true);
+}
+
+// What an exported rule of its own answers, with every switch off and the one given on.
+TEST_F(ClassifyTest, RulesAnswerForThemselves) {
+  using Rule = uint32_t (*)(OrbMbuf*);
+  const Frame request = Dhcp4(), reply6 = Dhcp6().Ports(547, 546);
+  const struct {
+    const char* name;
+    Rule rule;
+    Frame frame;
+    uint32_t with;  // wanted with these switches and not without
+  } cases[] = {
+      {"ARP", DhcpIsArpPktNeed, Arp(), 0x22},
+      {"ARP on management", DhcpIsArpPktNeed, Arp().Management(), 0x40},
+      {"ICMP", DhcpIsIcmpPktNeed, Echo(0, {}), 0x1},
+      {"DHCPv4 by port, request", DhcpIsDhcp4PktNeed, request, 0x1},
+      {"DHCPv4 by port, reply", DhcpIsDhcp4PktNeed, Dhcp4(kClientMac, 2), 0x10},
+      {"DHCPv4 request", DhcpIsRequestPktNeed, request, 0x1},
+      {"DHCPv4 request on management", DhcpIsRequestPktNeed, request.Management(), 0x4000},
+      {"DHCPv4 reply looks at no port", DhcpIsReplyPktNeed, request, 0x2},
+      {"DHCPv6 by port, request", DhcpIsDhcp6PktNeed, Dhcp6(), 0x100},
+      {"DHCPv6 by port, reply", DhcpIsDhcp6PktNeed, reply6, 0x200},
+      {"DHCPv6 request", DhcpIsV6RequestPktNeed, Dhcp6(), 0x100},
+      {"DHCPv6 reply looks at no port", DhcpIsV6ReplyPktNeed, Dhcp6(), 0x1000},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.name);
+    const PacketPtr packet = c.frame.New();
+    SetSwitches(0);
+    EXPECT_EQ(c.rule(packet.get()), 0u);
+    SetSwitches(c.with);
+    EXPECT_EQ(c.rule(packet.get()), 1u);
+  }
+  SetSwitches(0xFFFF);  // a request rule answers for its own port only
+  EXPECT_EQ(DhcpIsRequestPktNeed(Dhcp4(kClientMac, 2).New().get()), 0u);
+  EXPECT_EQ(DhcpIsRequestPktNeed(Dhcp4().Ports(68, 69).Cause(30).New().get()), 0u);
+  EXPECT_EQ(DhcpIsV6RequestPktNeed(reply6.Cause(30).New().get()), 0u);
+}
+
+TEST_F(ClassifyTest, QuestionsThatReadNoSwitch) {
+  SetSwitches(0);
+  for (uint32_t type = 0; type < 256; ++type) {
+    SCOPED_TRACE(type);
+    const PacketPtr nd = Nd(static_cast<uint8_t>(type)).New(),
+                    echo = Echo(static_cast<uint8_t>(type), {}).New();
+    EXPECT_EQ(DhcpIsNdSnpPkt(nd.get()), type >= 133 && type <= 136 ? 1u : 0u);
+    EXPECT_EQ(DhcpIsIcmpv6EhcoReply(nd.get()), type == 136 ? 1u : 0u);
+    EXPECT_EQ(DhcpIsIcmpEhcoReply(echo.get()), type == 0 ? 1u : 0u);
+  }
+}
+
+TEST_F(ClassifyTest, NacCausesByScheme) {
+  for (uint32_t scheme : {0u, 1u, 2u, 0xFFFF'FFFFu}) {
+    SetSpec(DHCP_SPEC_CAUSID_TYPE, scheme);
+    for (int32_t id = -200; id < 200; ++id) {
+      const bool both = id == 30 || id == 31, first = id == 123 || id == 124;
+      const bool qualifies = (both && scheme <= 1) || (first && scheme == 0);
+      EXPECT_EQ(DhcpIsNacDhcpCauseId(id), qualifies ? 1u : 0u) << "scheme " << scheme << ", cause " << id;
+    }
+  }
+  EXPECT_EQ(DhcpIsNacDhcpCauseId(0x1001E), 0u);  // the caller has cut the cause to 16 bits
+}
+
+TEST_F(ClassifyTest, RepliesNeedNoSwitchOnDevicesThatTakeThemAll) {
+  const PacketPtr reply = Dhcp4(kClientMac, 2).New(), onManagement = Dhcp4(kClientMac, 2).Management().New();
+  const PacketPtr reply6 = Dhcp6().Ports(547, 546).New();
+  for (uint32_t item : {0u, 1u, 2u}) {
+    SetSpec(DHCP_SPEC_NO_CHECK_CFG, item);
+    uint32_t takeFlag = 0;
+    EXPECT_EQ(DhcpGetPktType(reply.get(), &takeFlag), item == 1 ? 2u : 13u);
+    EXPECT_EQ(takeFlag, item == 1 ? 0x1000000u : 0u);
+    EXPECT_EQ(DhcpIsReplyPktNeed(onManagement.get()), 0u);
+    EXPECT_EQ(DhcpIsV6ReplyPktNeed(reply6.get()), 0u);
+  }
+}
+
+TEST_F(ClassifyTest, AnL3HeaderOutsideThePacketIsNotRead) {
+  SetSwitches(0xFFFF);
+  uint8_t elsewhere[64] = {0x45};
+  elsewhere[40] = 136;
+  const auto at = [&](uint8_t* place) { return [=](auto& a) { a.l3Elsewhere = place; }; };
+  const auto noL3 = [](auto& a) { a.l3Offset = platform::PacketAttributes::kNoL3; };
+  for (const Frame& frame : {Nd(136).With(at(elsewhere)), Echo(0, {}).With(at(elsewhere)), Nd(136).With(noL3),
+                             Echo(0, {}).With(noL3)}) {
+    const PacketPtr packet = frame.New();
+    uint32_t takeFlag = 0;
+    EXPECT_EQ(DhcpGetPktType(packet.get(), &takeFlag), 13u);
+    EXPECT_EQ(DhcpIsNdSnpPkt(packet.get()) + DhcpIsIcmpEhcoReply(packet.get()) +
+                  DhcpIsIcmpv6EhcoReply(packet.get()),
+              0u);
+  }
+}
+
+TEST_F(ClassifyTest, NdDecisionsAreLoggedAsPairs) {
+  const std::string off = "ND snooping is not enable.", off6 = "DHCPv6 snooping is not enable.",
+                    other = "ND snooping is enable, but not ra,rs,na,ns.",
+                    noDispatch = "ND snooping is enable, no continue ND host dispatch.";
+  const auto type = [](int t) { return "ND snooping is enable, pkt type is " + std::to_string(t) + "."; };
+  const struct {
+    const char* name;
+    Frame frame;
+    uint32_t switches;
+    std::vector<std::string> lines;
+  } cases[] = {
+      {"both off", Nd(136), 0, {off, off6}},
+      {"DHCPv6 snooping alone", Nd(136), 0x1000, {off}},
+      {"DHCPv6 snooping alone, not an advertisement", Nd(135), 0x1000, {off}},
+      {"ND snooping, solicitation", Nd(135), 0x2000, {type(135), noDispatch}},
+      {"ND snooping, redirect", Nd(137), 0x3000, {other}},
+      {"ND snooping, no type byte", Nd(135).CutL3(40), 0x2000, {other}},
+      {"management", Nd(135).Management(), 0x3000, {}},
+      {"DHCPv4", Dhcp4(), 0, {}},
+  };
+  for (const auto& c : cases) {
+    for (const bool marked : {false, true}) {
+      for (const bool debug : {false, true}) {
+        SCOPED_TRACE(c.name);
+        SetSwitches(c.switches);
+        DhcpVexSetDbgSwitch(debug);
+        const PacketPtr packet = (marked ? c.frame.Marked() : c.frame).New();
+        const LogCapture log;
+        uint32_t takeFlag = 0;
+        DhcpGetPktType(packet.get(), &takeFlag);
+        std::vector<std::pair<LogOutput, std::string>> written, expected;
+        for (const auto& line : log.Lines()) written.emplace_back(line.output, line.text);
+        for (const std::string& line : c.lines) {
+          if (marked) expected.emplace_back(LogOutput::kHostDiag, line);
+          if (debug) expected.emplace_back(LogOutput::kDebugReport, line);
+        }
+        EXPECT_EQ(written, expected);
+      }
+    }
+  }
+  DhcpVexSetDbgSwitch(1);
+  const LogCapture log;
+  DhcpIsNdSnpPkt(Nd(134).New().get());
+  DhcpIsNdSnpPkt(Nd(137).New().get());
+  EXPECT_EQ(log.Texts(LogOutput::kDebugReport), std::vector{type(134)});
+}
+
+}  // namespace
+}  // namespace vex::module_test
