@@ -23,7 +23,7 @@ enum class BindingChange : uint8_t {
   kDeclined = 5,
   kRefused = 6,  // the server said NAK, or gave the address a lifetime of 0
   kExpired = 7,
-  kReplaced = 8,  // the client was given another address instead
+  kReplaced = 8,  // another client was given the address
 };
 std::string_view Name(BindingChange change);
 constexpr bool Removes(BindingChange change) { return change >= BindingChange::kReleased; }

@@ -24,7 +24,7 @@ enum class Counter : uint8_t {
   kInner,            // message of the module itself
   kRogueServer,      // server's DHCP message from an untrusted port, dropped
   kRaGuard,          // router advertisement from an untrusted port, dropped
-  kWrongPort,        // RELEASE or DECLINE of a binding that belongs to another port, dropped
+  kWrongPort,        // RELEASE or DECLINE of a binding of another port or client, dropped
   kNoTrustedPort,    // no trusted port but the one it came from, dropped
   kUnknownClient,    // server's message to a client that never asked, dropped
   kSamePort,         // the client is behind the port the answer came from: nothing to forward, dropped

@@ -1,0 +1,41 @@
+// statistics.cpp - names and sums of the service's counters.
+// In:  counts of one thread each. Out: sums per port and in total.
+#include "service/statistics.h"
+
+#include <mutex>
+
+namespace vex::service {
+
+std::string_view Name(Counter counter) {
+  constexpr std::array<std::string_view, kCounterCount> kNames = {
+      "client_forwarded", "server_forwarded", "nd_forwarded",
+      "answered",         "observed",         "inner",
+      "rogue_server",     "ra_guard",         "wrong_port",
+      "no_trusted_port",  "unknown_client",   "same_port",
+      "malformed",        "bad_header",       "made",
+      "renewed",          "restored",         "released",
+      "declined",         "refused",          "expired",
+      "replaced",         "binding_full",     "relayed",
+      "send_refused",     "no_buffer",        "unannounced",
+      "discarded"};
+  const auto index = static_cast<size_t>(counter);
+  return index < kNames.size() ? kNames[index] : std::string_view();
+}
+
+void PortCounters::Count(uint32_t port, Counter counter, uint64_t by) {
+  const std::lock_guard lock(lock_);
+  ports_[port][static_cast<size_t>(counter)] += by;
+}
+
+void PortCounters::AddTo(ServiceStats& stats) const {
+  const std::lock_guard lock(lock_);
+  for (const auto& [port, values] : ports_) {
+    CounterValues& sum = stats.ports[port];
+    for (size_t i = 0; i < kCounterCount; ++i) {
+      sum[i] += values[i];
+      stats.totals[i] += values[i];
+    }
+  }
+}
+
+}  // namespace vex::service
