@@ -6,6 +6,7 @@
 #include <random>
 #include <thread>
 
+#include "dhcp_vex_egress_db_dynso.h"
 #include "tests/module/egress_test.h"
 
 namespace vex::module_test {
@@ -217,7 +218,7 @@ TEST_F(DrainTest, NdUploadsAreTracedInPairs) {
   const std::string upload = "DHCP process ND upload ldm";
   const std::string failed = "DHCP process ND upload ldm, cut head failed. (intfLen=999)";
   for (const uint32_t mark : {0u, 1u, 0x100u, 0x80u}) {
-    for (const uint8_t debug : {0, 1}) {
+    for (const uint8_t debug : {uint8_t{0}, uint8_t{1}}) {
       for (const bool cut : {true, false}) {
         DhcpVexSetDbgSwitch(debug);
         LogCapture logs;
