@@ -8,6 +8,13 @@
 #include "platform/findings.h"
 
 namespace vex::platform {
+namespace {
+
+thread_local uint64_t t_sends = 0;
+
+}  // namespace
+
+uint64_t SendsOfThisThread() { return t_sends; }
 
 Channel::Channel(std::string name, uint32_t id, uint32_t depth)
     : name_(std::move(name)), id_(id), depth_(depth), ring_(new Packet*[depth]) {}
@@ -27,6 +34,7 @@ bool Channel::Send(Packet* packet) {
       ring_[place] = packet;
       size_.store(size + 1, std::memory_order_release);
       ++stats_.sent;
+      ++t_sends;
       stats_.highWater = std::max(stats_.highWater, size + 1);
       return true;
     }

@@ -54,6 +54,10 @@ class Channel {
   ChannelStats stats_;
 };
 
+// Packets that channels took from the calling thread so far: whoever runs the hook on this thread sees by it
+// whether something was delivered.
+uint64_t SendsOfThisThread();
+
 class ChannelTable {
  public:
   // The channel of that name. An existing one is answered when its depth is the same; null for another depth,
