@@ -1,7 +1,10 @@
 // frames.cpp - see frames.h.
 #include "bench/frames.h"
 
+#include <cstddef>
+#include <cstddef>
 #include <initializer_list>
+#include <utility>
 
 namespace vex::bench {
 namespace {
@@ -14,7 +17,7 @@ class Builder {
   }
   Builder& U16(uint32_t value) { return U8(value >> 8).U8(value); }
   Builder& U32(uint32_t value) { return U16(value >> 16).U16(value); }
-  Builder& Zeros(size_t count) {
+  Builder& Zeros(std::size_t count) {
     frame_.insert(frame_.end(), count, 0);
     return *this;
   }
