@@ -113,6 +113,7 @@ class Walk {
   void Named(const toml::key& key, const toml::node& node, const std::string& path,
              const std::string& pattern, uint32_t number) {
     if (pattern.empty() && key.str() == "port") return ReadPorts(node, config_, problems_);
+    if (pattern.empty() && key.str() == "live") return ReadLive(node, config_, problems_);
     const std::string below = Join(pattern, key.str());
     if (const Setting* setting = FindSetting(below)) {
       if (const auto values = ReadValues(node, path, *setting, problems_))
@@ -122,7 +123,7 @@ class Walk {
     auto valid = ChildrenOf(pattern);
     if (std::find(valid.begin(), valid.end(), key.str()) != valid.end())
       return Group(node, path, below, number);
-    if (pattern.empty()) valid.push_back("port");
+    if (pattern.empty()) valid.insert(valid.end(), {"live", "port"});
     UnknownKey(key, path.substr(0, path.size() - key.str().size()), valid, problems_);
   }
 

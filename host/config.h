@@ -28,10 +28,22 @@ struct Capabilities {
 inline constexpr uint32_t kDefaultBoard = 1;
 inline constexpr uint32_t kDefaultSwitches = 0x7FFF;  // all but the M-LAG peer-link
 
+// What only the switch on real ports reads: table [live].
+struct LiveSettings {
+  uint32_t threads = 1;        // receive threads; each serves its share of the ports
+  std::string bindings;        // file that keeps the bindings over a restart, "": none does
+  std::string socket;          // control socket, "": the program's default
+  std::string metrics;         // "ADDRESS:PORT" of the metrics, "": none
+  uint32_t station_age = 300;  // seconds until a silent station is forgotten
+  uint32_t max_bindings = 65536;
+  bool operator==(const LiveSettings&) const = default;
+};
+
 struct Config {
   uint32_t board = kDefaultBoard;
   Capabilities capabilities;
   service::Settings module = service::WithSwitches(kDefaultSwitches);
+  LiveSettings live;
   std::vector<PortRecord> ports;  // a trusted port is trusted in `module` too
 };
 

@@ -48,4 +48,7 @@ void UnknownKey(const toml::key& key, std::string_view prefix, std::span<const s
 // [[port]]: adds to config.ports, and to config.module the trust of trusted ports.
 void ReadPorts(const toml::node& node, Config& config, Problems& problems);
 
+// [live]: config.live.
+void ReadLive(const toml::node& node, Config& config, Problems& problems);
+
 }  // namespace vex::host
