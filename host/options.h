@@ -24,9 +24,7 @@ struct ReplayCommand {
   std::string filter;  // libpcap filter expression, "" : every frame
   std::vector<std::string> files;
   bool json = false;
-  bool quiet = false;         // no report, no progress: exit code and errors only
-  std::string write_refused;  // pcapng file for the refused frames, "" : none
-  std::string against;        // second configuration file, "" : none
+  bool quiet = false;  // no report, no progress: exit code and errors only
 };
 
 struct ExplainCommand {

@@ -8,6 +8,7 @@
 #include <bit>
 
 #include "dhcp_vex_api_cfg.h"
+#include "platform/module_loader.h"
 
 namespace vex::service {
 namespace {
@@ -108,23 +109,37 @@ void AppendSwitches(uint32_t from, uint32_t to, std::vector<Request>& requests) 
     requests.push_back({Handler::kSwitch, kAllSwitches, to, 0});
 }
 
-uint32_t SendOne(const Handlers& handlers, const Request& request) {
+// Hands the request, as its record, to deliver(name of the handler, record).
+template <class Deliver>
+uint32_t SendOne(const Request& request, const Deliver& deliver) {
   switch (request.handler) {
-    case Handler::kSwitch: {
-      const DhcpCfgReq record{.val = request.value, .type = request.type, .indexId = request.index};
-      return handlers.switches(&record);
-    }
-    case Handler::kSnooping: {
-      const DhcpSnpCfgReq record{.type = request.type, .val = request.value, .indexId = request.index};
-      return handlers.snooping(&record);
-    }
-    case Handler::kDegrade: {
-      const DhcpDegradeCfgReq record{.rate = request.value};
-      return handlers.degrade(&record);
-    }
+    case Handler::kSwitch:
+      return deliver("DhcpCfg",
+                     DhcpCfgReq{.val = request.value, .type = request.type, .indexId = request.index});
+    case Handler::kSnooping:
+      return deliver("DhcpSnpCfg",
+                     DhcpSnpCfgReq{.type = request.type, .val = request.value, .indexId = request.index});
+    case Handler::kDegrade:
+      return deliver("DhcpDegradeCfg", DhcpDegradeCfgReq{.rate = request.value});
   }
   return 1;
 }
+
+template <class Deliver>
+size_t SendAll(const std::vector<Request>& requests, const Deliver& deliver) {
+  size_t accepted = 0;
+  while (accepted < requests.size() && SendOne(requests[accepted], deliver) == 0) ++accepted;
+  return accepted;
+}
+
+struct Direct {
+  const Handlers& handlers;
+  uint32_t operator()(const char*, const DhcpCfgReq& record) const { return handlers.switches(&record); }
+  uint32_t operator()(const char*, const DhcpSnpCfgReq& record) const { return handlers.snooping(&record); }
+  uint32_t operator()(const char*, const DhcpDegradeCfgReq& record) const {
+    return handlers.degrade(&record);
+  }
+};
 
 }  // namespace
 
@@ -139,9 +154,13 @@ std::vector<Request> RequestsBetween(const Settings& from, const Settings& to) {
 }
 
 size_t Send(const Handlers& handlers, const std::vector<Request>& requests) {
-  size_t accepted = 0;
-  for (const Request& request : requests) accepted += SendOne(handlers, request) == 0 ? 1 : 0;
-  return accepted;
+  return SendAll(requests, Direct{handlers});
+}
+
+size_t Send(platform::Module& module, const std::vector<Request>& requests) {
+  return SendAll(requests, [&module](const char* handler, const auto& record) {
+    return module.Configure(handler, &record);
+  });
 }
 
 std::string Describe(const Request& request) {

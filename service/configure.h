@@ -15,6 +15,10 @@ struct DhcpCfgReq;
 struct DhcpSnpCfgReq;
 struct DhcpDegradeCfgReq;
 
+namespace vex::platform {
+class Module;
+}
+
 namespace vex::service {
 
 enum class Handler : uint8_t { kSwitch, kSnooping, kDegrade };
@@ -40,8 +44,11 @@ struct Handlers {
   uint32_t (*degrade)(const DhcpDegradeCfgReq*) = nullptr;
 };
 
-// Sends the requests in order. Answers how many were accepted: all of them, unless a handler refused one.
+// Sends the requests in order, up to the first one that a handler refuses. Answers how many were accepted.
 size_t Send(const Handlers& handlers, const std::vector<Request>& requests);
+// The same through the module's registered service, as the RPC framework dispatches it: one request at a
+// time, whoever else configures. Throws platform::ModuleError when the module registered no service.
+size_t Send(platform::Module& module, const std::vector<Request>& requests);
 
 // "DhcpSnpCfg type 3 value 200 index 1": for reports and failures.
 std::string Describe(const Request& request);
