@@ -25,8 +25,12 @@ struct Share {
 constexpr std::array<Share, 5> kShares = {
     {{30, Dhcp4Frame}, {15, Dhcp6Frame}, {15, ArpReplyFrame}, {10, SolicitationFrame}, {30, TcpFrame}}};
 
-Frame Draw(std::mt19937& random, uint16_t vlan, uint32_t client) {
-  uint32_t drawn = random() % 100;
+uint32_t Below(std::minstd_rand& random, uint32_t limit) {
+  return static_cast<uint32_t>(random() >> 8) % limit;
+}
+
+Frame Draw(std::minstd_rand& random, uint16_t vlan, uint32_t client) {
+  uint32_t drawn = Below(random, 100);
   for (const Share& share : kShares) {
     if (drawn < share.percent) return share.make(vlan, client);
     drawn -= share.percent;
@@ -38,10 +42,10 @@ Frame Draw(std::mt19937& random, uint16_t vlan, uint32_t client) {
 
 void WriteTraffic(const std::string& path, const Traffic& traffic) {
   host::CaptureWriter writer(path);
-  std::mt19937 random(1);  // NOLINT: the same sequence every time is the point
+  std::minstd_rand random;  // the same sequence every time is the point
   const uint64_t step = traffic.seconds * kNanosPerSecond / std::max<uint64_t>(traffic.frames, 1);
   for (uint64_t i = 0; i < traffic.frames; ++i) {
-    const uint32_t client = random() % kClients;
+    const uint32_t client = Below(random, kClients);
     const Frame frame = Draw(random, kVlans[client % kVlans.size()], client);
     const uint64_t nanos = i * step;
     writer.Write(frame, static_cast<uint32_t>(frame.size()),

@@ -49,12 +49,12 @@ class FrameBytes {
   // False: the file ends inside the first part. The caller moves the window.
   bool FirstPart(FileWindow& window, size_t skip, uint64_t length, Frame& frame);
   void Release(FileWindow& window) {
-    if (pending_ != 0) window.Skip(pending_);
+    window.Pass(pending_);
     pending_ = 0;
   }
 
  private:
-  uint64_t pending_ = 0;
+  size_t pending_ = 0;
   std::vector<uint8_t> first_part_;
 };
 

@@ -49,8 +49,7 @@ uint64_t FileWindow::Skip(uint64_t count) {
   while (skipped < count) {
     const size_t step = Peek(static_cast<size_t>(std::min<uint64_t>(count - skipped, kWindowBytes))).size();
     if (step == 0) break;
-    begin_ += step;
-    offset_ += step;
+    Pass(step);
     skipped += step;
   }
   return skipped;

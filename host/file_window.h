@@ -13,7 +13,7 @@ namespace vex::host {
 
 class FileWindow {
  public:
-  static constexpr size_t kWindowBytes = 1024 * 1024;
+  static constexpr size_t kWindowBytes = 256 * 1024;
 
   explicit FileWindow(const std::string& path);
   ~FileWindow();
@@ -24,6 +24,11 @@ class FileWindow {
   // stay where they are until the next Peek or Skip.
   std::span<const uint8_t> Peek(size_t count) {
     return available() >= count ? std::span{buffer_.get() + begin_, count} : Fill(count);
+  }
+  // Moves behind bytes that Peek has shown.
+  void Pass(size_t count) {
+    begin_ += count;
+    offset_ += count;
   }
   // Moves the position forward; returns how many bytes there really were.
   uint64_t Skip(uint64_t count);
