@@ -78,7 +78,8 @@ std::optional<int> Parse(CLI::App& app, int argc, const char* const* argv) {
     const auto extras = app.remaining(true);
     return Usage(app, extras.empty() ? "an argument too many" : UnknownArgument(chosen, extras.front()));
   } catch (const CLI::RequiredError& error) {
-    return Usage(app, app.get_subcommands().empty() ? "a command is missing" : error.what());
+    if (!app.get_subcommands().empty()) return Usage(app, error.what());
+    return Usage(app, argc > 1 ? UnknownArgument(app, argv[1]) : "a command is missing");
   } catch (const CLI::ParseError& error) {
     return Usage(app, error.what());
   }

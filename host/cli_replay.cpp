@@ -60,7 +60,7 @@ int Replay(const ReplayCommand& command) {
   if (command.json) {
     json.Summary(totals);
     json.Finish();
-  } else if (!command.quiet) {
+  } else if (!command.quiet && (totals.frames != 0 || totals.errors.empty())) {
     Print(FormatReport(HeadOf(command, config), totals));
   }
   const int code = ExitCodeOf(totals);

@@ -82,6 +82,8 @@ void Session::Configure(const service::Settings& from) {
 }
 
 size_t Session::Close() {
+  // The store has no way to clear itself: its records go when everything is back at the defaults.
+  if (active_) service::Send(*module_, service::RequestsBetween(config_.module, {}));
   module_.reset();
   const auto lines = platform::Audit();
   for (const std::string& line : lines) fmt::print(stderr, "vexhost: not given back: {}\n", line);
