@@ -65,10 +65,18 @@ void ServiceEnd::Collect(DeliveredList& delivered) {
   for (uint8_t number = 0; number < service::kInnerChannel; ++number) {
     platform::Channel& channel = *ports_.channels[number];
     if (channel.Size() == 0) continue;
+    if (tap_) Show(number);
     received_[number] += channel.Drain();
     delivered.Add(number);
   }
   CollectInner();
+}
+
+void ServiceEnd::Show(uint8_t number) {
+  while (const platform::PacketPtr message = ports_.channels[number]->Receive()) {
+    ++received_[number];
+    tap_(number, message->Bytes());
+  }
 }
 
 void ServiceEnd::CollectInner() {

@@ -44,11 +44,16 @@ class ServiceEnd {
   // Frees what is queued and names the channels it was queued on.
   void Collect(DeliveredList& delivered);
   void CollectInner();
+  // From here on everything collected is shown before it is freed.
+  using Tap = std::function<void(uint8_t channel, std::span<const uint8_t> message)>;
+  void SetTap(Tap tap) { tap_ = std::move(tap); }
   const std::array<uint64_t, kServiceChannels>& received() const { return received_; }
 
  private:
+  void Show(uint8_t number);
   platform::ServicePorts ports_;
   InnerMessage on_inner_;
+  Tap tap_;
   std::array<uint64_t, kServiceChannels> received_{};
 };
 

@@ -75,7 +75,9 @@ class Replay {
   void Step(const Frame& frame);
   void Start(const CaptureTime& time);
   void SetClock(const CaptureTime& time);
+  bool Presentable(const Frame& frame) const;
   void Present(const Frame& frame, const ParsedFrame& parsed, const PortRecord& port);
+  void Hold(const Frame& frame, const ParsedFrame& parsed, const PortRecord& port);
   void Judge(const Punted& punted);
   bool Refused(const Punted& punted, const ScopeList& moved);
   void Count();
@@ -93,6 +95,8 @@ class Replay {
   bool started_ = false;
   bool hook_there_ = false;  // a module that found itself on a foreign board registers none
   bool from_peer_link_ = false;
+  bool held_ = false;  // the frame that was waited for has come: the replay is over
+  bool diagnose_ = false;
   CaptureTime last_time_;
   ReplayProgress progress_;
   uint64_t bytes_of_files_done_ = 0;
@@ -116,7 +120,7 @@ void Replay::RunFile(const std::string& path) {
   outcome_.file = name;
   CaptureReader reader(path, last_time_);
   Frame frame;
-  while (reader.Next(frame)) {
+  while (!held_ && reader.Next(frame)) {
     if (!filter_.Matches(frame)) {
       ++totals_.filtered_out;
       continue;
@@ -165,12 +169,28 @@ void Replay::Step(const Frame& frame) {
   outcome_.port = port.index;
   outcome_.vlan = parsed.vlan_id();
   SetClock(frame.time);
-  const bool whole = frame.bytes.size() == frame.captured_length;
-  if (hook_there_ && ethernet && whole && platform::Packets().Fits(frame.bytes.size())) {
-    Present(frame, parsed, port);
-  }
+  if (frame.number == options_.hold_at && options_.held) return Hold(frame, parsed, port);
+  if (Presentable(frame)) Present(frame, parsed, port);
   Count();
   if (options_.sink != nullptr) options_.sink->OnFrame(outcome_);
+}
+
+bool Replay::Presentable(const Frame& frame) const {
+  const bool whole = frame.bytes.size() == frame.captured_length;
+  return hook_there_ && frame.link_type == kLinkTypeEthernet && whole &&
+         platform::Packets().Fits(frame.bytes.size());
+}
+
+void Replay::Hold(const Frame& frame, const ParsedFrame& parsed, const PortRecord& port) {
+  held_ = true;
+  service_.SetTap(options_.received);
+  const bool presentable = Presentable(frame);
+  options_.held({frame, parsed, port, presentable, [&](bool diagnose) -> const FrameOutcome& {
+                   diagnose_ = diagnose;
+                   if (presentable) Present(frame, parsed, port);
+                   Count();
+                   return outcome_;
+                 }});
 }
 
 void Replay::Present(const Frame& frame, const ParsedFrame& parsed, const PortRecord& port) {
@@ -178,7 +198,8 @@ void Replay::Present(const Frame& frame, const ParsedFrame& parsed, const PortRe
   if (!packet) return;  // nothing is left in the pool: counted as not presented
   outcome_.app_type = parsed.app_type;
   from_peer_link_ = port.peer_link;
-  const Question answer = Ask(view_, packet.get(), options_.sink != nullptr);
+  const Question answer = Ask(view_, packet.get(), options_.sink != nullptr || held_);
+  if (diagnose_) packet->attr.diagSwitch = 1;  // behind the questions, which leave no trace
   outcome_.pkt_type = std::min(answer.pkt_type, kPktTypeNone);
   outcome_.taken = answer.take;
   outcome_.channel = answer.channel;

@@ -9,6 +9,7 @@
 #include <array>
 #include <cstdint>
 #include <functional>
+#include <span>
 #include <string>
 #include <vector>
 
@@ -32,6 +33,17 @@ struct ReplayProgress {
   uint64_t bytes_total = 0;  // 0: unknown, one of the files is a pipe
 };
 
+// A frame stopped in front of the module: the clock stands on its time, everything before it has happened.
+struct HeldFrame {
+  const Frame& frame;
+  const ParsedFrame& parsed;
+  const PortRecord& port;
+  // False: too large for a packet, or of another link type; it will not meet the module.
+  bool presentable;
+  // Lets it go on, at most once in a process. diagnose: the module writes its per-packet trace.
+  std::function<const FrameOutcome&(bool diagnose)> present;
+};
+
 struct ReplayOptions {
   std::vector<std::string> files;
   std::string filter;  // libpcap expression, empty: every frame
@@ -42,6 +54,11 @@ struct ReplayOptions {
   // Per-frame outcomes; null: totals only, and the module is not asked for the channel of a frame.
   ReplaySink* sink = nullptr;
   std::function<void(const ReplayProgress&)> progress;  // called for every frame
+  // The frame of that number is handed to `held` instead of being presented, and ends the replay. 0: none.
+  uint64_t hold_at = 0;
+  std::function<void(const HeldFrame&)> held;
+  // What the channels receive from the held frame: its bytes with the header in front.
+  std::function<void(uint8_t channel, std::span<const uint8_t> message)> received;
 };
 
 struct ReplayTotals {
