@@ -39,15 +39,16 @@ enum class Mode : uint8_t {
 };
 
 struct Options {
-  ModuleApi module;
+  ModuleApi module{};
   Mode mode = Mode::kSnoop;
   uint32_t instances = 0;  // as the module's capability item 0 has it: 1 to 4; 0 and above 4 are one thread
   uint32_t channel_depth = 4096;  // of channels that do not exist yet
-  std::vector<uint32_t> ports;    // interface indexes; which are trusted the module says
+  std::vector<uint32_t> ports{};  // interface indexes; which are trusted the module says
   size_t max_bindings = 65536;    // leases known to the service, and bindings in the table
   size_t max_clients = 65536;     // clients with an exchange under way; the oldest gives way
-  NoticeSink notice;              // may be empty
-  std::function<void(const DhcpSpeedInfoMsg&)> speed_info;  // reports of refused packets, on a service thread
+  NoticeSink notice{};            // may be empty
+  std::function<void(const DhcpSpeedInfoMsg&)>
+      speed_info{};  // reports of refused packets, on a service thread
 };
 
 class Service {
