@@ -48,6 +48,7 @@ std::string ModulePath(const ModuleOptions& options) {
     return fs::absolute(options.module_path, error).string();
   }
   const fs::path program = fs::read_symlink("/proc/self/exe", error);
+  if (error) return kLibrary;  // no /proc in this root: the loader looks in its own places
   std::vector<std::string> tried;
   for (const char* libdir : {"lib", VEX_INSTALL_LIBDIR}) {
     const fs::path path = (program.parent_path() / ".." / libdir / kLibrary).lexically_normal();
