@@ -50,8 +50,7 @@ bool Channel::Send(PacketPtr& packet) {
   return true;
 }
 
-PacketPtr Channel::Receive() {
-  if (size_.load(std::memory_order_acquire) == 0) return nullptr;
+PacketPtr Channel::Take() {
   Packet* packet = nullptr;
   {
     const std::lock_guard lock(lock_);

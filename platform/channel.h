@@ -34,8 +34,9 @@ class Channel {
   // True: the channel owns the packet now. False: full, or the packet is not the sender's (a finding).
   bool Send(Packet* packet);
   bool Send(PacketPtr& packet);  // empties the pointer when the channel took it
-  PacketPtr Receive();           // null when empty
-  size_t Drain();                // frees what is queued, answers how many
+  // Null when empty.
+  PacketPtr Receive() { return Size() == 0 ? nullptr : Take(); }
+  size_t Drain();  // frees what is queued, answers how many
 
   const std::string& Name() const { return name_; }
   uint32_t Id() const { return id_; }
@@ -44,6 +45,7 @@ class Channel {
   ChannelStats Stats() const;
 
  private:
+  PacketPtr Take();
   const std::string name_;
   const uint32_t id_;
   const uint32_t depth_;

@@ -58,8 +58,11 @@ struct Packet : OrbMbuf {
   static constexpr uint16_t kNoL3Offset = UINT16_MAX;
 
   uint8_t* Data() const { return bufAddr == nullptr ? nullptr : bufAddr + dataOff; }
+  // The packet as far as the buffer holds it.
   std::span<uint8_t> Bytes() const {
-    return bufAddr == nullptr ? std::span<uint8_t>{} : std::span(Data(), dataLen);
+    if (bufAddr == nullptr || dataOff > bufLen) return {};
+    const uint32_t room = static_cast<uint32_t>(bufLen - dataOff);
+    return {Data(), dataLen < room ? dataLen : room};
   }
 };
 

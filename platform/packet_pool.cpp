@@ -93,6 +93,14 @@ class BufferMemory {
   size_t size_;
 };
 
+// The part of a free descriptor that nobody may look at: what the module sees, and the attributes. The
+// allocation site and the state behind it stay readable for the report of a double free.
+void PoisonDescriptor(Packet& packet) {
+  ASAN_POISON_MEMORY_REGION(&packet, static_cast<size_t>(reinterpret_cast<uint8_t*>(&packet.allocPath) -
+                                                         reinterpret_cast<uint8_t*>(&packet)));
+}
+void UnpoisonDescriptor(Packet& packet) { ASAN_UNPOISON_MEMORY_REGION(&packet, sizeof(Packet)); }
+
 std::string SiteText(const char* path, uint32_t line) {
   return std::string(path != nullptr ? path : "(no path)") + ":" + std::to_string(line);
 }
@@ -119,10 +127,12 @@ struct PacketPool::Impl {
     for (uint32_t i = 0; i < config.count; ++i) {
       Packet& packet = packets[i];
       packet.index = i;
-      packet.bufAddr = memory->Base() + i * stride;
       packet.state.store(PacketState::kFree, std::memory_order_relaxed);
+      PoisonDescriptor(packet);
     }
   }
+
+  uint8_t* BufferOf(const Packet& packet) const { return memory->Base() + packet.index * stride; }
 
   bool InPool(const Packet* packet) const {
     const auto address = reinterpret_cast<uintptr_t>(packet),
@@ -202,11 +212,13 @@ void Initialise(Packet& packet, size_t dataOff, size_t length, const PacketAttri
 
 PacketPtr PacketPool::Impl::FromPool(size_t length, const PacketAttributes& attr, Site site) {
   const uint32_t index = length <= config.dataRoom ? stack->Pop() : kNoIndex;
-  if (index == kNoIndex) {
+  if (index == kNoIndex) [[unlikely]] {
     exhausted.fetch_add(1, std::memory_order_relaxed);
     return nullptr;
   }
   Packet& packet = packets[index];
+  UnpoisonDescriptor(packet);
+  packet.bufAddr = BufferOf(packet);
   packet.bufLen = bufLen;
   ASAN_UNPOISON_MEMORY_REGION(packet.bufAddr, bufLen);
   Initialise(packet, config.headroom, length, attr, site);
@@ -229,7 +241,8 @@ PacketPtr PacketPool::Impl::FromHeap(size_t headroom, size_t length, bool withBu
 
 void PacketPool::Impl::GiveBack(Packet& packet) {
   if (packet.index != Packet::kHeapPacket) {
-    ASAN_POISON_MEMORY_REGION(packet.bufAddr, bufLen);
+    ASAN_POISON_MEMORY_REGION(BufferOf(packet), bufLen);
+    PoisonDescriptor(packet);
     stack->Push(packet.index);
     return;
   }
@@ -355,7 +368,8 @@ void PacketPool::Reset() {
 
 void PacketPool::KeepSiteTexts(const void* first, const void* last) {
   impl_.ForEachInUse([&](Packet& packet) {
-    if (packet.allocPath < first || packet.allocPath >= last) return;
+    const auto path = reinterpret_cast<uintptr_t>(packet.allocPath);
+    if (path < reinterpret_cast<uintptr_t>(first) || path >= reinterpret_cast<uintptr_t>(last)) return;
     // ForEachInUse holds heapMutex for heap packets only; the loader calls this while nothing else runs.
     packet.allocPath = impl_.keptTexts.insert(packet.allocPath).first->c_str();
   });
@@ -369,7 +383,7 @@ bool AddHead(Packet& packet, uint32_t length) {
 }
 
 bool CutHead(Packet& packet, uint32_t length) {
-  if (length > packet.dataLen) return false;
+  if (length > packet.Bytes().size()) return false;
   packet.dataOff = static_cast<uint16_t>(packet.dataOff + length);
   packet.dataLen -= length;
   return true;
