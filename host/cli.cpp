@@ -151,9 +151,15 @@ int RunVexhost(int argc, const char* const* argv) {
       "Examples:\n"
       "  vexhost replay captures/access-ports.pcapng\n"
       "  vexhost replay --config examples/access-switch.toml --json captures/*.pcapng\n"
+      "  vexhost explain captures/flood-and-client.pcapng --frame 2000 --config examples/access-switch.toml\n"
       "\nExit codes: 0 done; 2 bad usage, configuration or capture; 3 the numbers do not add up.");
   Action action;
   AddReplayCommand(app, action);
+  AddExplainCommand(app, action);
+#ifdef VEX_LIVE
+  AddRunCommand(app, action);
+  AddCtlCommand(app, action);
+#endif
   if (const auto code = Parse(app, argc, argv)) return *code;
   try {
     return action();

@@ -14,6 +14,9 @@ namespace vex::host {
 using Action = std::function<int()>;  // what to run once the whole line has been understood
 
 void AddReplayCommand(CLI::App& app, Action& action);
+void AddExplainCommand(CLI::App& app, Action& action);
+void AddRunCommand(CLI::App& app, Action& action);  // only where VEX_LIVE is on
+void AddCtlCommand(CLI::App& app, Action& action);  // likewise
 
 // Options that more than one subcommand has.
 void AddModuleOptions(CLI::App& command, ModuleOptions& options);

@@ -13,7 +13,6 @@
 namespace vex::service {
 namespace {
 
-constexpr uint32_t kAllSwitches = 16;  // replaces the whole bitmap
 constexpr uint32_t kInterfaceTrust = 24;
 constexpr uint32_t kVlanTrustAdd = 25;
 constexpr uint32_t kVlanTrustRemove = 26;

@@ -23,6 +23,8 @@ namespace vex::service {
 
 enum class Handler : uint8_t { kSwitch, kSnooping, kDegrade };
 
+inline constexpr uint32_t kAllSwitches = 16;  // the switch type that replaces the whole bitmap
+
 // One request before it is laid out as its handler's record.
 struct Request {
   Handler handler;
