@@ -45,12 +45,16 @@ struct Config {
   service::Settings module = service::WithSwitches(kDefaultSwitches);
   LiveSettings live;
   std::vector<PortRecord> ports;  // a trusted port is trusted in `module` too
+  bool operator==(const Config&) const = default;
 };
 
 // Without any file: the defaults above.
 Config LoadConfig(const std::string& path);
 // `name` stands for the file in errors.
 Config ParseConfig(std::string_view toml, const std::string& name);
+
+// One key of [live] by name, from text. Throws InputError.
+void SetLive(LiveSettings& live, std::string_view key, std::string_view value);
 
 // Command-line options that override the file.
 struct ConfigOverrides {

@@ -2,9 +2,12 @@
 // In:  the parsed table. Out: config.live, or a problem noted.
 #include <fmt/format.h>
 
+#include <algorithm>
 #include <array>
 
 #include "host/config_reader.h"
+#include "host/error.h"
+#include "host/settings.h"
 
 namespace vex::host {
 namespace {
@@ -39,11 +42,34 @@ void ReadKey(const LiveKey& row, const toml::node& node, LiveSettings& live, Pro
   }
 }
 
+std::vector<std::string_view> Names() {
+  std::vector<std::string_view> names;
+  for (const LiveKey& row : kLiveKeys) names.push_back(row.name);
+  return names;
+}
+
 }  // namespace
 
+void SetLive(LiveSettings& live, std::string_view key, std::string_view value) {
+  const auto row =
+      std::find_if(kLiveKeys.begin(), kLiveKeys.end(), [&](const LiveKey& k) { return k.name == key; });
+  if (row == kLiveKeys.end())
+    throw InputError(fmt::format("live.{}: unknown, the nearest is \"live.{}\"", key, Nearest(key, Names())));
+  if (row->text != nullptr) {
+    if (value.size() > kMaxText)
+      throw InputError(fmt::format("live.{}: {} bytes, at most {} are allowed", key, value.size(), kMaxText));
+    live.*row->text = value;
+    return;
+  }
+  const auto number = ParseDecimal(value);
+  if (!number || *number < row->range.min || *number > row->range.max)
+    throw InputError(fmt::format("live.{}: \"{}\" is not {} to {} ({})", key, value, row->range.min,
+                                 row->range.max, row->range.meaning));
+  live.*row->number = *number;
+}
+
 void ReadLive(const toml::node& node, Config& config, Problems& problems) {
-  std::vector<std::string_view> valid;
-  for (const LiveKey& row : kLiveKeys) valid.push_back(row.name);
+  const auto valid = Names();
   const toml::table* const table = node.as_table();
   if (table == nullptr) {
     problems.Add(node.source(), fmt::format("live: {} where a table is expected, with {}", KindOf(node),

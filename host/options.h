@@ -24,7 +24,23 @@ struct ReplayCommand {
   std::string filter;  // libpcap filter expression, "" : every frame
   std::vector<std::string> files;
   bool json = false;
-  bool quiet = false;  // no report, no progress: exit code and errors only
+  bool quiet = false;         // no report, no progress: exit code and errors only
+  std::string write_refused;  // pcapng file for the refused frames, "": none
+  std::string against;        // second configuration file, "": none
+};
+
+struct RunCommand {
+  ModuleOptions module;
+  std::vector<std::string> ports;         // "INTERFACE[:OPTION,...]", see host/live/port_spec.h
+  std::string bindings, socket, metrics;  // "": as the file says
+  uint32_t threads = 0;                   // 0: as the file says
+};
+
+struct CtlCommand {
+  std::string socket;
+  std::vector<std::string> words;  // "show ports", "set KEY VALUE", ...
+  bool json = false;
+  double watch_seconds = 0;  // 0: once
 };
 
 struct ExplainCommand {

@@ -26,6 +26,7 @@ struct PortRecord {
   bool management = false;
   bool peer_link = false;  // frames carry application packet type 2
   uint32_t cause = 0;      // cause id of the frames punted here
+  bool operator==(const PortRecord&) const = default;
 };
 
 enum class PortBy : uint8_t { kInterface, kMac, kVlan };
