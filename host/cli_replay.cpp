@@ -2,12 +2,16 @@
 // In:  the options. Out: text on stdout, problems on stderr, the exit code.
 #include <fmt/format.h>
 
+#include <filesystem>
+#include <functional>
 #include <memory>
 
 #include "host/cli.h"
+#include "host/cli_against.h"
 #include "host/error.h"
 #include "host/json_lines.h"
 #include "host/progress.h"
+#include "host/refused_writer.h"
 #include "host/replay.h"
 #include "host/report.h"
 #include "host/session.h"
@@ -36,7 +40,21 @@ int ExitCodeOf(const ReplayTotals& totals) {
   return totals.errors.empty() ? kExitOk : kExitBadInput;
 }
 
+// The file for the refused frames; never one that is being read.
+std::unique_ptr<RefusedWriter> OpenRefused(const ReplayCommand& command) {
+  if (command.write_refused.empty()) return nullptr;
+  for (const std::string& file : command.files) {
+    std::error_code error;
+    if (std::filesystem::equivalent(file, command.write_refused, error) && !error)
+      throw InputError(
+          fmt::format("--write-refused {}: that is a capture to be read", command.write_refused));
+  }
+  return std::make_unique<RefusedWriter>(command.write_refused);
+}
+
 int Replay(const ReplayCommand& command) {
+  if (!command.against.empty()) return ReplayAgainst(command);
+  const auto refused = OpenRefused(command);
   const Config config = ConfigOf(command.module);
   Session session(ModulePath(command.module), config);
   if (!session.active())
@@ -55,7 +73,9 @@ int Replay(const ReplayCommand& command) {
     options.progress = [&progress](const ReplayProgress& p) {
       progress.Update(p.bytes_done, p.bytes_total, p.frames);
     };
+  if (refused) options.on_refused = std::bind_front(&RefusedWriter::Add, refused.get());
   const ReplayTotals totals = RunReplay(session.module(), options);
+  if (refused) refused->Finish();
   progress.Clear();
   if (command.json) {
     json.Summary(totals);
@@ -82,13 +102,21 @@ void AddReplayCommand(CLI::App& app, Action& action) {
       ->option_text("EXPR");
   command->add_flag("--json", options->json, "one JSON object per frame and report, a summary last");
   command->add_flag("--quiet", options->quiet, "no report and no progress bar");
+  CLI::Option* refused = command
+                             ->add_option("--write-refused", options->write_refused,
+                                          "the refused frames, with the reason as comment")
+                             ->option_text("FILE.pcapng");
+  command->add_option("--against", options->against, "a second configuration: what would it have changed?")
+      ->option_text("OTHER.toml")
+      ->excludes(refused);
   command->footer(
       "Examples:\n"
       "  vexhost replay captures/access-ports.pcapng\n"
       "  vexhost replay --config examples/access-switch.toml captures/flood-and-client.pcapng\n"
       "  vexhost replay --instances 2 --filter 'udp port 67 or udp port 68' --json day.pcap\n"
       "  vexhost replay --switches 0x1013 --port-by mac day.pcap\n"
-      "Options override the configuration file.");
+      "  vexhost replay --config examples/access-switch.toml --against new.toml day.pcap\n"
+      "Options override the configuration files.");
   command->callback([options, &action] { action = [options] { return Replay(*options); }; });
 }
 

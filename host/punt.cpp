@@ -62,6 +62,7 @@ ServiceEnd::ServiceEnd(InnerMessage on_inner)
     : ports_(platform::OpenServicePorts()), on_inner_(std::move(on_inner)) {}
 
 void ServiceEnd::Collect(DeliveredList& delivered) {
+  if (platform::SendsOfThisThread() == sends_seen_) return;
   for (uint8_t number = 0; number < service::kInnerChannel; ++number) {
     platform::Channel& channel = *ports_.channels[number];
     if (channel.Size() == 0) continue;

@@ -27,11 +27,10 @@ struct Question {
 };
 Question Ask(const ModuleView& view, OrbMbuf* packet, bool want_channel);
 
-// Offers the packet to the hook. Afterwards the packet is gone, whatever the verdict. hook_count_moved: the
-// module counted it as accepted.
+// Offers the packet to the hook. Afterwards the packet is gone, whatever the verdict.
 struct Punted {
   Verdict verdict = Verdict::kContinue;
-  bool accepted = false;
+  bool accepted = false;  // the module counted it as past the gates
 };
 Punted Punt(const ModuleView& view, platform::PacketPtr packet);
 
@@ -55,6 +54,7 @@ class ServiceEnd {
   InnerMessage on_inner_;
   Tap tap_;
   std::array<uint64_t, kServiceChannels> received_{};
+  uint64_t sends_seen_ = 0;  // of this thread, when the channels were last empty
 };
 
 }  // namespace vex::host

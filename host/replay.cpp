@@ -65,7 +65,8 @@ class Replay {
         filter_(options.filter),
         ports_(options.ports, options.port_by),
         service_([this](std::span<const uint8_t> message) { OnInnerMessage(message); }),
-        scopes_(view_) {
+        scopes_(view_),
+        ask_channel_(options.sink != nullptr && options.ask_channel) {
     progress_.bytes_total = TotalBytes(options.files);
   }
   ReplayTotals Run();
@@ -91,8 +92,10 @@ class Replay {
   PortTable ports_;
   ServiceEnd service_;
   ScopeWatch scopes_;
+  const bool ask_channel_;
   std::optional<LogSink> log_sink_;
   bool started_ = false;
+  bool stopped_ = false;
   bool hook_there_ = false;  // a module that found itself on a foreign board registers none
   bool from_peer_link_ = false;
   bool held_ = false;  // the frame that was waited for has come: the replay is over
@@ -105,7 +108,9 @@ class Replay {
 };
 
 ReplayTotals Replay::Run() {
-  for (const std::string& file : options_.files) RunFile(file);
+  for (const std::string& file : options_.files) {
+    if (!stopped_) RunFile(file);
+  }
   if (!started_) Start({});  // a configuration is refused or not, frames or no frames
   log_sink_.reset();
   totals_.by_channel = service_.received();
@@ -160,7 +165,6 @@ void Replay::Step(const Frame& frame) {
   static const PortRecord kNoPort;  // no MAC and no tag to find one by
   const PortRecord& port =
       ethernet || options_.port_by == PortBy::kInterface ? ports_.Assign(frame, parsed) : kNoPort;
-  ++totals_.frames;
   const std::string_view file = outcome_.file;
   outcome_ = {};
   outcome_.file = file;
@@ -169,9 +173,17 @@ void Replay::Step(const Frame& frame) {
   outcome_.port = port.index;
   outcome_.vlan = parsed.vlan_id();
   SetClock(frame.time);
+  if (options_.stop_before && options_.stop_before(frame, parsed, port, outcome_)) {
+    stopped_ = true;
+    return;
+  }
+  ++totals_.frames;
   if (frame.number == options_.hold_at && options_.held) return Hold(frame, parsed, port);
   if (Presentable(frame)) Present(frame, parsed, port);
   Count();
+  if (options_.on_refused && outcome_.refused != Refusal::kNone) {
+    options_.on_refused(frame, port, outcome_, scopes_.Reason(outcome_.refused_by));
+  }
   if (options_.sink != nullptr) options_.sink->OnFrame(outcome_);
 }
 

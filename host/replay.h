@@ -51,8 +51,13 @@ struct ReplayOptions {
   std::vector<PortRecord> ports;
   // Called once, when the clock stands on the first frame's time: pushes the settings through the handlers.
   std::function<void()> configure;
-  // Per-frame outcomes; null: totals only, and the module is not asked for the channel of a frame.
-  ReplaySink* sink = nullptr;
+  ReplaySink* sink = nullptr;  // per-frame outcomes; null: totals only
+  bool ask_channel = true;     // the sink wants to know the module's channel selection
+  // Called for a refused frame with what refused it, "interface 1 v4 (100/s), global v4 (4000/s)".
+  std::function<void(const Frame&, const PortRecord&, const FrameOutcome&, const std::string& reason)>
+      on_refused;
+  // Asked before each frame, when the clock stands on its time; true: the replay ends in front of it.
+  std::function<bool(const Frame&, const ParsedFrame&, const PortRecord&, const FrameOutcome&)> stop_before;
   std::function<void(const ReplayProgress&)> progress;  // called for every frame
   // The frame of that number is handed to `held` instead of being presented, and ends the replay. 0: none.
   uint64_t hold_at = 0;

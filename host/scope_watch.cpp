@@ -1,6 +1,8 @@
 // scope_watch.cpp - snapshots of the speed periods around a frame, and the sums over a replay.
 #include "host/scope_watch.h"
 
+#include <fmt/format.h>
+
 #include <algorithm>
 #include <charconv>
 #include <tuple>
@@ -139,6 +141,18 @@ const DhcpSpeedPeriod* ScopeWatch::PeriodOf(const Scope& scope, uint32_t& limit)
   if (record == nullptr) return nullptr;
   limit = scope.version == 4 ? record->v4Cfg.pktRate : record->v6Cfg.pktRate;
   return scope.version == 4 ? &record->v4Period : &record->v6Period;
+}
+
+std::string ScopeWatch::Reason(const ScopeList& scopes) const {
+  std::string reason;
+  for (const Scope& scope : scopes) {
+    if (!reason.empty()) reason += ", ";
+    reason += ScopeName(scope);
+    if (scope.version != 0) reason += fmt::format(" v{}", scope.version);
+    uint32_t limit = 0;
+    if (PeriodOf(scope, limit) != nullptr) reason += fmt::format(" ({}/s)", limit);
+  }
+  return reason;
 }
 
 std::vector<ScopeTally> ScopeWatch::Tallies() const {

@@ -6,6 +6,7 @@
 
 #include <array>
 #include <cstdint>
+#include <string>
 #include <string_view>
 #include <unordered_map>
 #include <vector>
@@ -29,6 +30,9 @@ class ScopeWatch {
   bool Reported(std::string_view peer_link_line);
   // A frame from the peer-link that was refused while no budget moved.
   void RefusedByPeerLinkSwitch();
+
+  // "interface 1 v4 (100/s), global v4 (4000/s)"
+  std::string Reason(const ScopeList& scopes) const;
 
   // In the order of ScopeKind, then version, then index. Reads what is still pending from the records.
   std::vector<ScopeTally> Tallies() const;
