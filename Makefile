@@ -7,7 +7,7 @@ MUTANTS ?= 300
 MINUTES ?= 60
 export JOBS WERROR
 
-.PHONY: help deps build run test test-aarch64 lint format bench deb coverage mutation clean
+.PHONY: help deps build run test test-aarch64 lint format bench fuzz deb coverage mutation clean
 
 help: ## list these targets
 	@grep -hE '^[a-z0-9-]+:.*## ' $(MAKEFILE_LIST) | awk -F ':.*## ' '{printf "  make %-14s %s\n", $$1, $$2}'
@@ -38,6 +38,10 @@ format: ## let clang-format rewrite all tracked sources
 bench: deps ## benchmarks: the hook next to its floor, and replay on a million frames
 	@scripts/build release
 	@scripts/bench
+
+fuzz: ## every fuzz target for SECONDS=20 each
+	@scripts/deps evidence
+	@scripts/fuzz $(or $(SECONDS),20)
 
 deb: ## Debian packages of module, headers (amd64, arm64) and vexhost (amd64) into build/packages
 	@scripts/deps aarch64
