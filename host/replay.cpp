@@ -95,7 +95,6 @@ class Replay {
   const bool ask_channel_;
   std::optional<LogSink> log_sink_;
   bool started_ = false;
-  bool stopped_ = false;
   bool hook_there_ = false;  // a module that found itself on a foreign board registers none
   bool from_peer_link_ = false;
   bool held_ = false;  // the frame that was waited for has come: the replay is over
@@ -109,7 +108,7 @@ class Replay {
 
 ReplayTotals Replay::Run() {
   for (const std::string& file : options_.files) {
-    if (!stopped_) RunFile(file);
+    if (!held_) RunFile(file);
   }
   if (!started_) Start({});  // a configuration is refused or not, frames or no frames
   log_sink_.reset();
@@ -173,10 +172,6 @@ void Replay::Step(const Frame& frame) {
   outcome_.port = port.index;
   outcome_.vlan = parsed.vlan_id();
   SetClock(frame.time);
-  if (options_.stop_before && options_.stop_before(frame, parsed, port, outcome_)) {
-    stopped_ = true;
-    return;
-  }
   ++totals_.frames;
   if (frame.number == options_.hold_at && options_.held) return Hold(frame, parsed, port);
   if (Presentable(frame)) Present(frame, parsed, port);
@@ -210,7 +205,7 @@ void Replay::Present(const Frame& frame, const ParsedFrame& parsed, const PortRe
   if (!packet) return;  // nothing is left in the pool: counted as not presented
   outcome_.app_type = parsed.app_type;
   from_peer_link_ = port.peer_link;
-  const Question answer = Ask(view_, packet.get(), options_.sink != nullptr || held_);
+  const Question answer = Ask(view_, packet.get(), ask_channel_ || held_);
   if (diagnose_) packet->attr.diagSwitch = 1;  // behind the questions, which leave no trace
   outcome_.pkt_type = std::min(answer.pkt_type, kPktTypeNone);
   outcome_.taken = answer.take;

@@ -56,8 +56,6 @@ struct ReplayOptions {
   // Called for a refused frame with what refused it, "interface 1 v4 (100/s), global v4 (4000/s)".
   std::function<void(const Frame&, const PortRecord&, const FrameOutcome&, const std::string& reason)>
       on_refused;
-  // Asked before each frame, when the clock stands on its time; true: the replay ends in front of it.
-  std::function<bool(const Frame&, const ParsedFrame&, const PortRecord&, const FrameOutcome&)> stop_before;
   std::function<void(const ReplayProgress&)> progress;  // called for every frame
   // The frame of that number is handed to `held` instead of being presented, and ends the replay. 0: none.
   uint64_t hold_at = 0;
