@@ -71,6 +71,7 @@ void ServiceEnd::Collect(DeliveredList& delivered) {
     delivered.Add(number);
   }
   CollectInner();
+  sends_seen_ = platform::SendsOfThisThread();
 }
 
 void ServiceEnd::Show(uint8_t number) {
