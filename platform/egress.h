@@ -21,16 +21,13 @@
 namespace vex::platform {
 
 // The setters by the last part of their names, in the order in which the module calls them.
-#define VEX_EGRESS_SETTERS(X)                                                                              \
-  X(OePriority)                                                                                            \
-  X(IntfType)                                                                                              \
-  X(SendIfIndex)                                                                                           \
-  X(ProtoType)                                                                                             \
-  X(BdId)                                                                                                  \
-  X(BsNoLinkEncap) X(BsVlanNum) X(VlanBaseInfo) X(PruneIf) X(BsSpecifyIpat) X(VxlanEncodeVlan) X(BsOeSMAC) \
-      X(BsOeDMAC) X(SrcMac) X(DstMac) X(DstAddr) X(NextHop) X(Svp) X(TunnelID) X(TunnelType) X(VrfIndex)   \
-          X(SendPhyIfIndex) X(IntfLen) X(VxlanHubSpkV2) X(VxlanVpeerlink) X(Uint32InfoByType) X(PruneType) \
-              X(AppendTlv)
+// clang-format off
+#define VEX_EGRESS_SETTERS(X) \
+  X(OePriority) X(IntfType) X(SendIfIndex) X(ProtoType) X(BdId) X(BsNoLinkEncap) X(BsVlanNum) \
+  X(VlanBaseInfo) X(PruneIf) X(BsSpecifyIpat) X(VxlanEncodeVlan) X(BsOeSMAC) X(BsOeDMAC) X(SrcMac) \
+  X(DstMac) X(DstAddr) X(NextHop) X(Svp) X(TunnelID) X(TunnelType) X(VrfIndex) X(SendPhyIfIndex) \
+  X(IntfLen) X(VxlanHubSpkV2) X(VxlanVpeerlink) X(Uint32InfoByType) X(PruneType) X(AppendTlv)
+// clang-format on
 
 enum class EgressSetter : uint8_t {
 #define VEX_EGRESS_ENUMERATOR(name) k##name,

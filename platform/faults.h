@@ -16,43 +16,35 @@ namespace vex::platform {
 
 // Imports that have a failure result, by their C names. The last three groups are the symbols of the optional
 // libraries and g_mbufFreeCb (MbufFree).
-#define VEX_FALLIBLE_IMPORTS(X)                                                                             \
-  X(OrbCapabilityQueryItem)                                                                                 \
-  X(RegTavriRpcServerToVex)                                                                                 \
-  X(ORB_ThreadInfoGetByName)                                                                                \
-  X(ORB_ChannelCreate)                                                                                      \
-  X(ORB_ChannelGetIdByName)                                                                                 \
-  X(ORB_ChannelDcSend) X(ORB_ChannelDcRecv) X(ORB_EventWrite) X(ORB_ChannelEventWritePublic) X(             \
-      OrbChnEvtCallbackRegister) X(OrbSLcoreTimerCreateAndStart) X(OrbSLcoreTimerDelete) X(OrbSpinlockInit) \
-      X(OrbSpinlockTrylock) X(OrbMemAllocInner) X(memset_s) X(memcpy_s) X(sprintf_s) X(vsprintf_s)          \
-          X(vsnprintf_truncated_s) X(HostDiagPrintf) X(ORB_ImAgentMsgCreate) X(ORB_ImAgentAddPara) X(       \
-              ORB_ImAgentSend) X(HostHookRegister) X(HostMbufGetL3Hdr) X(HostMbufGetOutIfByL2vpnTnl)        \
-              X(HostUploadLdmByHook) X(MbufPktNewFromData) X(OrbMbufPktCopyNew) X(MbufPktAddHead) X(        \
-                  MbufPktCutHead) X(HostSetEgressOePriority) X(HostSetEgressIntfType)                       \
-                  X(HostSetEgressSendIfIndex) X(HostSetEgressProtoType) X(HostSetEgressBdId) X(             \
-                      HostSetEgressBsNoLinkEncap) X(HostSetEgressBsVlanNum) X(HostSetEgressVlanBaseInfo)    \
-                      X(HostSetEgressPruneIf) X(HostSetEgressBsSpecifyIpat) X(HostSetEgressVxlanEncodeVlan) \
-                          X(HostSetEgressBsOeSMAC) X(HostSetEgressBsOeDMAC) X(HostSetEgressSrcMac)          \
-                              X(HostSetEgressDstMac) X(HostSetEgressDstAddr) X(HostSetEgressNextHop)        \
-                                  X(HostSetEgressSvp) X(HostSetEgressTunnelID) X(HostSetEgressTunnelType)   \
-                                      X(HostSetEgressVrfIndex) X(HostSetEgressSendPhyIfIndex)               \
-                                          X(HostSetEgressIntfLen) X(HostSetEgressVxlanHubSpkV2) X(          \
-                                              HostSetEgressVxlanVpeerlink) X(HostSetEgressUint32InfoByType) \
-                                              X(HostSetEgressPruneType) X(HostSetEgressAppendTlv)           \
-                                                  X(HostEgressPktPubWithSource) X(db_create_if_cfg_obj)     \
-                                                      X(db_read_obj) X(db_get_if_cfg_vlan_id)               \
-                                                          X(db_create_arp_obj) X(db_get_arp_work_if_index)  \
-                                                              X(MLAG_VEX_SendPacketPublic) X(MbufFree)
+// clang-format off
+#define VEX_FALLIBLE_IMPORTS(X) \
+  X(OrbCapabilityQueryItem) X(RegTavriRpcServerToVex) X(ORB_ThreadInfoGetByName) X(ORB_ChannelCreate) \
+  X(ORB_ChannelGetIdByName) X(ORB_ChannelDcSend) X(ORB_ChannelDcRecv) X(ORB_EventWrite) \
+  X(ORB_ChannelEventWritePublic) X(OrbChnEvtCallbackRegister) X(OrbSLcoreTimerCreateAndStart) \
+  X(OrbSLcoreTimerDelete) X(OrbSpinlockInit) X(OrbSpinlockTrylock) X(OrbMemAllocInner) X(memset_s) \
+  X(memcpy_s) X(sprintf_s) X(vsprintf_s) X(vsnprintf_truncated_s) X(HostDiagPrintf) \
+  X(ORB_ImAgentMsgCreate) X(ORB_ImAgentAddPara) X(ORB_ImAgentSend) X(HostHookRegister) X(HostMbufGetL3Hdr) \
+  X(HostMbufGetOutIfByL2vpnTnl) X(HostUploadLdmByHook) X(MbufPktNewFromData) X(OrbMbufPktCopyNew) \
+  X(MbufPktAddHead) X(MbufPktCutHead) X(HostSetEgressOePriority) X(HostSetEgressIntfType) \
+  X(HostSetEgressSendIfIndex) X(HostSetEgressProtoType) X(HostSetEgressBdId) X(HostSetEgressBsNoLinkEncap) \
+  X(HostSetEgressBsVlanNum) X(HostSetEgressVlanBaseInfo) X(HostSetEgressPruneIf) \
+  X(HostSetEgressBsSpecifyIpat) X(HostSetEgressVxlanEncodeVlan) X(HostSetEgressBsOeSMAC) \
+  X(HostSetEgressBsOeDMAC) X(HostSetEgressSrcMac) X(HostSetEgressDstMac) X(HostSetEgressDstAddr) \
+  X(HostSetEgressNextHop) X(HostSetEgressSvp) X(HostSetEgressTunnelID) X(HostSetEgressTunnelType) \
+  X(HostSetEgressVrfIndex) X(HostSetEgressSendPhyIfIndex) X(HostSetEgressIntfLen) \
+  X(HostSetEgressVxlanHubSpkV2) X(HostSetEgressVxlanVpeerlink) X(HostSetEgressUint32InfoByType) \
+  X(HostSetEgressPruneType) X(HostSetEgressAppendTlv) X(HostEgressPktPubWithSource) \
+  X(db_create_if_cfg_obj) X(db_read_obj) X(db_get_if_cfg_vlan_id) X(db_create_arp_obj) \
+  X(db_get_arp_work_if_index) X(MLAG_VEX_SendPacketPublic) X(MbufFree)
+// clang-format on
 
 // Imports without a failure result that are still counted and recorded. Plain packet accessors are not.
-#define VEX_PLAIN_IMPORTS(X)                                                                                 \
-  X(OrbCurrentBoard)                                                                                         \
-  X(OrbSpinlockLock)                                                                                         \
-  X(OrbSpinlockUnlock)                                                                                       \
-  X(OrbMemFreeInner)                                                                                         \
-  X(OrbMionAssert)                                                                                           \
-  X(OrbLog) X(OrbIMDebugReport) X(ORB_ImAgentMsgFree) X(HostMbufSetNdHookIgnore) X(db_release_if_cfg_object) \
-      X(db_release_arp_object) X(syslog)
+// clang-format off
+#define VEX_PLAIN_IMPORTS(X) \
+  X(OrbCurrentBoard) X(OrbSpinlockLock) X(OrbSpinlockUnlock) X(OrbMemFreeInner) X(OrbMionAssert) X(OrbLog) \
+  X(OrbIMDebugReport) X(ORB_ImAgentMsgFree) X(HostMbufSetNdHookIgnore) X(db_release_if_cfg_object) \
+  X(db_release_arp_object) X(syslog)
+// clang-format on
 
 enum class Import : uint8_t {
 #define VEX_IMPORT_ENUMERATOR(name) name,

@@ -63,6 +63,7 @@ size_t MemoryLedger::LiveBytes() const {
 std::vector<BlockInfo> MemoryLedger::Live() const {
   const std::lock_guard lock(mutex_);
   std::vector<BlockInfo> blocks;
+  blocks.reserve(live_.size());
   for (const auto& [mem, info] : live_) blocks.push_back(info);
   return blocks;
 }
@@ -75,6 +76,7 @@ std::vector<std::string> MemoryLedger::Leaks() const {
     bytes += block.size;
   }
   std::vector<std::string> lines;
+  lines.reserve(sites.size());
   for (const auto& [site, sum] : sites) {
     lines.push_back(std::to_string(sum.first) + " memory block(s), " + std::to_string(sum.second) +
                     " bytes, allocated by " + site.first + " (line " + std::to_string(site.second) +

@@ -224,8 +224,7 @@ void Module::Unload() {
   if (record_ != nullptr) {
     UnlinkRecord(record_);
     const ObjectRange range = RangeOf(record_);
-    Packets().KeepSiteTexts(reinterpret_cast<const void*>(range.first),
-                            reinterpret_cast<const void*>(range.last));
+    Packets().KeepSiteTexts(range.first, range.last);
     record_ = nullptr;
   }
   dlclose(handle);

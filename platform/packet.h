@@ -127,7 +127,7 @@ class PacketPool {
   PoolStats Stats() const;
   std::vector<std::string> Leaks() const;  // one line per allocation site that still holds packets
   // Copies site paths in [first, last): the texts of a library that is about to be unloaded.
-  void KeepSiteTexts(const void* first, const void* last);
+  void KeepSiteTexts(uintptr_t first, uintptr_t last);
   void Reset();  // every packet becomes free, counters 0, default configuration
 
  private:

@@ -2,8 +2,6 @@
 // In:  requests for packets, frees. Out: descriptors from a lock-free stack of indexes; findings for bad
 // frees. A descriptor and its buffer belong together for good; the last one freed is the next one given, so a
 // single-threaded replay stays in a few cache lines. Free buffers are poisoned under the address sanitizer.
-#include <sys/mman.h>
-
 #include <cstring>
 #include <map>
 #include <mutex>
@@ -13,85 +11,10 @@
 
 #include "platform/findings.h"
 #include "platform/packet.h"
-
-#if defined(__SANITIZE_ADDRESS__)
-#define VEX_ADDRESS_SANITIZER 1
-#elif defined(__has_feature)
-#if __has_feature(address_sanitizer)
-#define VEX_ADDRESS_SANITIZER 1
-#endif
-#endif
-#ifdef VEX_ADDRESS_SANITIZER
-#include <sanitizer/asan_interface.h>
-#else
-#define ASAN_POISON_MEMORY_REGION(address, size) (static_cast<void>(address), static_cast<void>(size))
-#define ASAN_UNPOISON_MEMORY_REGION(address, size) (static_cast<void>(address), static_cast<void>(size))
-#endif
+#include "platform/packet_memory.h"
 
 namespace vex::platform {
 namespace {
-
-constexpr uint32_t kNoIndex = UINT32_MAX;
-constexpr size_t kGuard =
-    64;  // bytes between two buffers, never handed out: a pointer there belongs to the former
-
-// The free descriptors as a linked stack of indexes. The upper half of the head counts changes, so a
-// compare-exchange that slept through a pop and a push of the same index fails.
-class IndexStack {
- public:
-  explicit IndexStack(uint32_t count) : next_(new std::atomic<uint32_t>[count]) {
-    for (uint32_t i = 0; i < count; ++i)
-      next_[i].store(i + 1 < count ? i + 1 : kNoIndex, std::memory_order_relaxed);
-    head_.store(count > 0 ? 0 : kNoIndex, std::memory_order_relaxed);
-  }
-  uint32_t Pop() {
-    uint64_t head =
-        head_.load(std::memory_order_acquire);  // pairs with Push(): the packet's fields are visible
-    while (static_cast<uint32_t>(head) != kNoIndex) {
-      const uint32_t index = static_cast<uint32_t>(head);
-      const uint64_t rest = Successor(head, next_[index].load(std::memory_order_relaxed));
-      if (head_.compare_exchange_weak(head, rest, std::memory_order_acquire, std::memory_order_acquire))
-        return index;
-    }
-    return kNoIndex;
-  }
-  void Push(uint32_t index) {
-    uint64_t head = head_.load(std::memory_order_relaxed);
-    do {
-      next_[index].store(static_cast<uint32_t>(head), std::memory_order_relaxed);
-    } while (!head_.compare_exchange_weak(head, Successor(head, index), std::memory_order_release,
-                                          std::memory_order_relaxed));
-  }
-
- private:
-  static uint64_t Successor(uint64_t head, uint32_t index) { return ((head >> 32) + 1) << 32 | index; }
-  std::unique_ptr<std::atomic<uint32_t>[]> next_;
-  std::atomic<uint64_t> head_{kNoIndex};
-};
-
-// One mapping for all buffers. Pages are backed on first touch.
-class BufferMemory {
- public:
-  BufferMemory(size_t count, size_t stride) : size_(count * stride) {
-    void* const mem =
-        mmap(nullptr, size_, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS | MAP_NORESERVE, -1, 0);
-    if (mem == MAP_FAILED) throw std::bad_alloc();
-    base_ = static_cast<uint8_t*>(mem);
-    ASAN_POISON_MEMORY_REGION(base_, size_);
-  }
-  ~BufferMemory() {
-    ASAN_UNPOISON_MEMORY_REGION(base_, size_);
-    munmap(base_, size_);
-  }
-  BufferMemory(const BufferMemory&) = delete;
-  BufferMemory& operator=(const BufferMemory&) = delete;
-  uint8_t* Base() const { return base_; }
-  bool Contains(const uint8_t* address) const { return address >= base_ && address < base_ + size_; }
-
- private:
-  uint8_t* base_ = nullptr;
-  size_t size_;
-};
 
 // The part of a free descriptor that nobody may look at: what the module sees, and the attributes. The
 // allocation site and the state behind it stay readable for the report of a double free.
@@ -343,6 +266,7 @@ std::vector<std::string> PacketPool::Leaks() const {
     ++sites[{SiteText(packet.allocPath, packet.allocLine), queued}];
   });
   std::vector<std::string> lines;
+  lines.reserve(sites.size());
   for (const auto& [site, count] : sites) {
     lines.push_back(std::to_string(count) + " packet(s) allocated at " + site.first +
                     (site.second ? " still wait in a channel" : " were never freed"));
@@ -366,10 +290,10 @@ void PacketPool::Reset() {
   if (!same) impl_.Build(initial);
 }
 
-void PacketPool::KeepSiteTexts(const void* first, const void* last) {
+void PacketPool::KeepSiteTexts(uintptr_t first, uintptr_t last) {
   impl_.ForEachInUse([&](Packet& packet) {
     const auto path = reinterpret_cast<uintptr_t>(packet.allocPath);
-    if (path < reinterpret_cast<uintptr_t>(first) || path >= reinterpret_cast<uintptr_t>(last)) return;
+    if (path < first || path >= last) return;
     // ForEachInUse holds heapMutex for heap packets only; the loader calls this while nothing else runs.
     packet.allocPath = impl_.keptTexts.insert(packet.allocPath).first->c_str();
   });
