@@ -3,6 +3,8 @@
 // refuse, counts, drops; nothing while the lock is busy.
 #include "dhcp_vex_rate_limit.h"
 
+#include <utility>
+
 #include "dhcp_vex_guard.h"
 #include "dhcp_vex_rate_limit_notify.h"
 #include "dhcp_vex_rate_limit_peerlink.h"
@@ -242,6 +244,11 @@ TEST_F(GateTest, ModuleTimeComesFromTheFrameworksClocks) {
   g_cyclePerMs = 1'000'000;
   EXPECT_EQ(DhcpVexPktRateCheck(packet.get()), 0u);
   EXPECT_NE(g_dhcpVexcurTimeMilSec, 0u);
+  void* const record =
+      std::exchange(g_pstGlobalTimeDate, nullptr);  // a framework without the time of day yet
+  EXPECT_EQ(DhcpVexPktRateCheck(packet.get()), 0u);
+  EXPECT_EQ(g_dhcpVexcurTimeSec, 0u);
+  g_pstGlobalTimeDate = record;
   EXPECT_EQ(DhcpVexPktRateCheck(nullptr), 0u);
   EXPECT_EQ(DhcpVexSnpSpeedLimitJudge(nullptr, 17), 0u);
 }
