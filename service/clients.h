@@ -36,8 +36,7 @@ struct ClientKeyHash {
 // Where an exchange came from.
 struct Asked {
   uint32_t port = 0;
-  MacAddress mac{};  // source of the request's frame
-  bool relayed = false;
+  MacAddress mac{};   // source of the request's frame
   IpAddress address;  // DHCPv4: what the client asked for; zero when it named none
 };
 

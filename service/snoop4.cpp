@@ -46,7 +46,7 @@ Counter Snooper::FromClient4(const Case& c, const Dhcp4Message& message) {
     const std::optional<Binding> lease = desk_.context().leases.Find(PlaceOf(owner));
     if (lease && (lease->port != port || lease->mac != owner.mac)) return NotTheOwner(c, Name(message.type));
   } else {
-    const Asked asked{port, c.frame.src, !Direct(message), owner.address};
+    const Asked asked{port, c.frame.src, owner.address};
     desk_.context().clients.NoteRequest(KeyOf(message, c.in.vlan), c.in.vlan, message.xid, asked, c.now_ns);
   }
   if (!Direct(message)) desk_.counters().Count(port, Counter::kRelayed);
@@ -63,7 +63,7 @@ Counter Snooper::FromServer4(const Case& c, const Dhcp4Message& message) {
   if (!desk_.Trusted(c.in)) return Rogue(c, message.server_id.value_or(c.frame.ip_src), Name(message.type));
   if (!Direct(message)) desk_.counters().Count(c.in.port, Counter::kRelayed);
   const Way way = WayBack(c, KeyOf(message, c.in.vlan), message.xid);
-  if (Passes(c, way) && way.asked && !way.asked->relayed && Direct(message)) Learn4(c, message, *way.asked);
+  if (Passes(c, way) && way.asked && Direct(message)) Learn4(c, message, *way.asked);
   return SendBack(c, way);
 }
 

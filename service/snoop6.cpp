@@ -39,7 +39,7 @@ Counter Snooper::FromClient6(const Case& c, const Dhcp6Message& message) {
     if (lease && (lease->port != owner.port || lease->duid != owner.duid))
       return NotTheOwner(c, Name(message.type));
   }
-  const Asked asked{c.in.port, c.frame.src, message.relayed(), {}};
+  const Asked asked{c.in.port, c.frame.src, {}};
   const ClientKey key(6, c.in.vlan, message.client_duid);
   desk_.context().clients.NoteRequest(key, c.in.vlan, message.xid, asked, c.now_ns);
   if (message.relayed()) desk_.counters().Count(c.in.port, Counter::kRelayed);
@@ -56,8 +56,7 @@ Counter Snooper::FromServer6(const Case& c, const Dhcp6Message& message) {
   if (!desk_.Trusted(c.in)) return Rogue(c, c.frame.ip_src, Name(message.type));
   if (message.relayed()) desk_.counters().Count(c.in.port, Counter::kRelayed);
   const Way way = WayBack(c, ClientKey(6, c.in.vlan, message.client_duid), message.xid);
-  if (Passes(c, way) && way.asked && !way.asked->relayed && !message.relayed())
-    Learn6(c, message, *way.asked);
+  if (Passes(c, way) && way.asked && !message.relayed()) Learn6(c, message, *way.asked);
   return SendBack(c, way);
 }
 

@@ -202,9 +202,7 @@ TEST(Dhcp6, RelaysArePeeledOffUpToTheHopLimit) {
 }
 
 TEST(Dhcp6, StatusOfAnAssociationHoldsForItsLeases) {
-  Buffer payload = Dhcp6Payload({.type = Dhcp6Type::kReply, .leases = {{"2001:db8::1"}}});
-  payload = Join(payload, {0, 13, 0, 2, 0, 3});  // NoBinding, inside the IA_NA
-  payload[4 + 14 + 3] = static_cast<uint8_t>(payload[4 + 14 + 3] + 6);
+  const Buffer payload = Dhcp6Payload({.type = Dhcp6Type::kReply, .leases = {{"2001:db8::1", 60, 0, 3}}});
   const auto message = ParseDhcp6(payload);
   ASSERT_TRUE(message);
   ASSERT_EQ(message->leases.size(), 1u);

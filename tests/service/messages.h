@@ -80,7 +80,8 @@ inline Buffer Dhcp4Frame(const Dhcp4Spec& spec, bool broadcast_reply = false) {
 struct Lease6 {
   const char* address;
   uint32_t valid = 3600;
-  uint8_t prefix = 0;  // 0: an address of IA_NA, else a prefix of IA_PD
+  uint8_t prefix = 0;   // 0: an address of IA_NA, else a prefix of IA_PD
+  uint16_t status = 0;  // of the association; 0: none
 };
 
 struct Dhcp6Spec {
@@ -101,21 +102,15 @@ inline Buffer Dhcp6Payload(const Dhcp6Spec& spec) {
   if (spec.status != 0) out.U16(13).U16(2).U16(spec.status);
   for (const Lease6& lease : spec.leases) {
     const IpAddress address = Ip(lease.address);
+    ByteWriter options;
     if (lease.prefix == 0) {
-      out.U16(3)
-          .U16(12 + 28)
-          .U32(7)
-          .U32(0)
-          .U32(0)
-          .U16(5)
-          .U16(24)
-          .Add(address.bytes)
-          .U32(lease.valid)
-          .U32(lease.valid);
+      options.U16(5).U16(24).Add(address.bytes).U32(lease.valid).U32(lease.valid);
     } else {
-      out.U16(25).U16(12 + 29).U32(8).U32(0).U32(0).U16(26).U16(25).U32(lease.valid).U32(lease.valid);
-      out.U8(lease.prefix).Add(address.bytes);
+      options.U16(26).U16(25).U32(lease.valid).U32(lease.valid).U8(lease.prefix).Add(address.bytes);
     }
+    if (lease.status != 0) options.U16(13).U16(2).U16(lease.status);
+    out.U16(lease.prefix == 0 ? 3 : 25).U16(static_cast<uint16_t>(12 + options.size())).U32(7).Zeros(8);
+    out.Add(options.View());
   }
   return out.Take();
 }

@@ -38,6 +38,16 @@ TEST_F(ServiceAsAWhole, WithoutATrustedPortARequestGoesNowhere) {
   EXPECT_EQ(Arrive(Dhcp4Frame({}), kClientPort).count(kUplink), 1u);
 }
 
+// The server has not heard of it, so the lease goes on.
+TEST_F(ServiceAsAWhole, AReleaseThatGoesNowhereEndsNothing) {
+  Begin(0);
+  Lease(1, "10.0.0.1");
+  service_->SetPorts({kClientPort});
+  Arrive(Dhcp4Frame({.type = Dhcp4Type::kRelease, .client = Mac(1), .ciaddr = "10.0.0.1"}), kClientPort);
+  EXPECT_EQ(Bindings().size(), 1u);
+  EXPECT_EQ(Count(Counter::kNoTrustedPort), 1u);
+}
+
 // The module's word counts from one message to the next.
 TEST_F(ServiceAsAWhole, TrustIsTheModulesAndPerVlan) {
   Begin(0, {}, false);
@@ -177,6 +187,23 @@ TEST_F(ServiceAsAWhole, TwoFeedsAndAMissingModuleAreRefused) {
   service::Options options;
   options.module = service::ModuleApi::Of(*module_);
   EXPECT_THROW(Service(std::move(options)), std::runtime_error);
+}
+
+// What the host reads beside the port: tags, VLAN, the port it came in by.
+TEST_F(ServiceAsAWhole, TheDescriptorNamesVlanTagsAndIngressPort) {
+  Begin(0, {}, false);
+  Punt(Tagged(Dhcp4Frame({}), 0x201E), kClientPort, 0x201E);  // priority 1, VLAN 30
+  Settle();
+  const auto published = platform::Egress().TakePublished();
+  ASSERT_EQ(published.size(), 1u);
+  const auto view = platform::EgressView::Decode(published[0].desc);
+  using Setter = platform::EgressSetter;
+  EXPECT_EQ(view.Value(Setter::kSendPhyIfIndex), kUplink);
+  EXPECT_EQ(view.Value(Setter::kBsVlanNum), 1u);
+  EXPECT_EQ(view.Value(Setter::kBsNoLinkEncap), 1u);
+  EXPECT_THAT(view.Find(Setter::kVlanBaseInfo)->bytes, ElementsAre(30, 0, 0, 0));
+  EXPECT_THAT(view.Find(Setter::kAppendTlv)->bytes, ElementsAre(kClientPort, 0, 0, 0));
+  EXPECT_THAT(view.Find(Setter::kDstMac)->bytes, ::testing::ElementsAreArray(kBroadcastMac));
 }
 
 // What is announced reaches the callback in a body that the callback cannot read beyond.

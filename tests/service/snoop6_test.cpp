@@ -75,6 +75,7 @@ TEST_P(Snoop6, LeasesEndByReleaseOfTheOwnerAndByALifetimeOfZero) {
        {.type = Dhcp6Type::kRelease, .leases = {{kAddress, 0, 64}}},
        kClientPort,
        false},
+      {"a failed association", {.type = Dhcp6Type::kReply, .leases = {{kAddress, 0, 0, 3}}}, kUplink, false},
       {"a failed reply", {.type = Dhcp6Type::kReply, .leases = {{kAddress, 0}}, .status = 1}, kUplink, false},
   };
   for (const auto& c : kCases) {
