@@ -32,6 +32,7 @@
 #include "platform/memory.h"
 #include "platform/objects.h"
 #include "platform/platform.h"
+#include "test_paths.h"
 #include "tests/module/packet_builder.h"
 
 namespace vex::module_test {

@@ -17,6 +17,7 @@
 #include "platform/packet.h"
 #include "platform/platform.h"
 #include "service/configure.h"
+#include "test_paths.h"
 #include "tests/host/capture_bytes.h"
 #include "tests/host/frame_builder.h"
 

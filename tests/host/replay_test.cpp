@@ -4,6 +4,7 @@
 
 #include "host/error.h"
 #include "platform/faults.h"
+#include "test_paths.h"
 #include "tests/host/replay_fixture.h"
 
 namespace vex::host::testing {

@@ -7,6 +7,7 @@
 #include <thread>
 
 #include "dhcp_vex_egress_db_dynso.h"
+#include "test_paths.h"
 #include "tests/module/egress_test.h"
 
 namespace vex::module_test {

@@ -5,6 +5,7 @@
 
 #include "dhcp_vex_egress_db.h"
 #include "dhcp_vex_egress_db_dynso.h"
+#include "test_paths.h"
 #include "tests/module/egress_test.h"
 
 namespace vex::module_test {

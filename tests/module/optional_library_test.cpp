@@ -2,6 +2,7 @@
 // In:  a directory per variant. Out: the slots, the wrappers' answers, the lines in their order.
 // A library that was opened by its full path is the one that the module's request by name finds.
 #include "dhcp_vex_egress_db_dynso.h"
+#include "test_paths.h"
 #include "tests/module/egress_test.h"
 
 namespace vex::module_test {

@@ -12,6 +12,7 @@
 #include "platform/findings.h"
 #include "platform/logs.h"
 #include "platform/platform.h"
+#include "test_paths.h"
 
 namespace vex::platform {
 namespace {

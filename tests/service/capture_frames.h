@@ -11,6 +11,7 @@
 #include <iterator>
 #include <string>
 #include <vector>
+#include "test_paths.h"
 
 namespace vex::service_test {
 

@@ -18,6 +18,7 @@
 #include "platform/platform.h"
 #include "service/configure.h"
 #include "service/service.h"
+#include "test_paths.h"
 #include "tests/service/messages.h"
 
 namespace vex::service_test {

@@ -1,0 +1,98 @@
+// fuzz_config.cpp - any sequence of configuration requests.
+// In:  requests of 10 bytes: handler, type, index, value. Out: a store whose lists are whole and hold no
+// record that is all default, timers that follow the switches, a free lock; or an abort.
+#include "dhcp_vex_api_snoop.h"
+#include "dhcp_vex_rate_limit_notify.h"
+#include "fuzz/module_fixture.h"
+
+namespace {
+
+using vex::fuzz::Require;
+
+void RequireWhole(const DhcpDll& list) {
+  uint32_t count = 0;
+  const DhcpDllNode* previous = &list.link;
+  for (const DhcpDllNode* node = list.link.next; node != &list.link; node = node->next) {
+    Require(node != nullptr && node->prev == previous, "neighbours point at each other");
+    previous = node;
+    ++count;
+  }
+  Require(list.link.prev == previous && list.count == count, "the head knows its last element and the count");
+}
+
+void RequireRecords(const DhcpDll& list, bool trustedList) {
+  RequireWhole(list);
+  for (DhcpDllNode* node = list.link.next; node != &list.link; node = node->next) {
+    auto* record = reinterpret_cast<DhcpSnpInfo*>(node);
+    Require(DhcpVexCheckIsDftSnpCfg(record) == 0, "a record holds something other than defaults");
+    Require(DhcpVexGetSnpInfo(const_cast<DhcpDll*>(&list), record->indexId) == record, "one record per key");
+    if (trustedList) RequireWhole(record->v4Cfg.trustIfList);
+  }
+}
+
+void RequireTimers() {
+  const bool snooping = DhcpVexGetCfg(DHCP_CFG_V4_SNOOPING) == 1 || DhcpVexGetCfg(DHCP_CFG_V6_SNOOPING) == 1;
+  Require((g_dhcpVexSnpInfoNotifyTimerId != DHCP_NONE) == snooping,
+          "the snooping timer follows switches 4 and 12");
+  Require((g_dhcpVexPeerLinkNotifyTimerId != DHCP_NONE) == (DhcpVexGetCfg(DHCP_CFG_MLAG_PEERLINK) == 1),
+          "the peer-link timer follows switch 15");
+}
+
+void Set(uint32_t type, uint32_t value, uint32_t index) {
+  const DhcpSnpCfgReq req = {type, value, index};
+  DhcpSnpCfg(&req);
+}
+
+void ClearTrusted(const DhcpSnpInfo& vlan) {
+  const DhcpDll& list = vlan.v4Cfg.trustIfList;
+  const uint32_t key = vlan.indexId;
+  for (uint32_t left = list.count; left > 0; --left) {  // the last removal may take the record along
+    Set(26, static_cast<uint32_t>(reinterpret_cast<DhcpTrustIfNode*>(list.link.next)->ifIndex), key);
+  }
+}
+
+// Every input starts from the same store, so that a finding repeats alone.
+void ClearStore() {
+  const DhcpCfgReq allOff = {0, DHCP_CFG_ALL, 0};
+  DhcpCfg(&allOff);
+  for (uint32_t type = 0; type <= 24; ++type) {
+    for (uint32_t index = 0; index < 16; ++index) Set(type, g_dhcpVexSetSnpCfg[type].defaultValue, index);
+  }
+  while (g_dhcpVexSnpVlanInfo.count > 0) {
+    ClearTrusted(*reinterpret_cast<DhcpSnpInfo*>(g_dhcpVexSnpVlanInfo.link.next));
+  }
+  Require(g_dhcpVexSnpIfInfo.count == 0, "defaults empty the store");
+}
+
+void Request(vex::fuzz::Input& input) {
+  const uint8_t handler = input.U8();
+  const uint8_t rawType = input.U8();
+  const uint32_t index = input.U8() % 16;
+  constexpr uint32_t kValues[] = {0, 1, 100, 5000, 0xFFFFFFFF, 70000};
+  const uint8_t choice = input.U8();
+  const uint32_t value = choice < 6 ? kValues[choice] : input.U32();
+  if (handler % 4 == 0) {
+    const DhcpCfgReq req = {value, rawType % 20u, index};
+    Require(DhcpCfg(&req) == 0, "a request is accepted");
+  } else if (handler % 16 == 1) {
+    const DhcpDegradeCfgReq req = {value};
+    Require(DhcpDegradeCfg(&req) == 0, "a request is accepted");
+  } else {
+    const DhcpSnpCfgReq req = {rawType % 30u, value, index};
+    Require(DhcpSnpCfg(&req) == 0, "a request is accepted");
+  }
+}
+
+}  // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
+  vex::fuzz::RunningModule::Get();
+  ClearStore();
+  vex::fuzz::Input input(data, size);
+  while (!input.Ended()) Request(input);
+  Require(g_dhcpVexSnpInfoUseLock.word == 0, "the lock is free");
+  RequireRecords(g_dhcpVexSnpIfInfo, false);
+  RequireRecords(g_dhcpVexSnpVlanInfo, true);
+  RequireTimers();
+  return 0;
+}
