@@ -2,7 +2,6 @@
 #include "bench/frames.h"
 
 #include <cstddef>
-#include <cstddef>
 #include <initializer_list>
 #include <utility>
 

@@ -21,7 +21,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
       ++frames;
       Require(frame.number == frames, "frames are numbered from 1");
       Require(frame.bytes.size() <= size, "a frame lies inside its file");
-      Require(vex::host::ParseFrame(frame.bytes).l2_length <= frame.bytes.size(), "headers lie inside the frame");
+      Require(vex::host::ParseFrame(frame.bytes).l2_length <= frame.bytes.size(),
+              "headers lie inside the frame");
       for (const uint8_t byte : frame.bytes) last = byte;
     }
   }
