@@ -7,7 +7,7 @@ MUTANTS ?= 300
 MINUTES ?= 60
 export JOBS WERROR
 
-.PHONY: help deps build run test test-aarch64 lint format bench fuzz deb coverage mutation clean
+.PHONY: help deps build run test test-aarch64 lint format bench fuzz deb coverage mutation live bench-live clean
 
 help: ## list these targets
 	@grep -hE '^[a-z0-9-]+:.*## ' $(MAKEFILE_LIST) | awk -F ':.*## ' '{printf "  make %-14s %s\n", $$1, $$2}'
@@ -60,3 +60,13 @@ mutation: deps ## try MUTANTS=300 changed conditions and constants of the module
 
 clean: ## remove build/
 	rm -rf build
+
+live: ## a DHCP-snooping switch between real clients, servers and a rogue one, in network namespaces
+	@scripts/deps live
+	@scripts/build release vexhost vex_dhcp
+	@scripts/live/demo.py build/release/bin/vexhost
+
+bench-live: ## exchanges per second and CPU time per exchange next to relays and a plain bridge
+	@scripts/deps live
+	@scripts/build release vexhost vex_dhcp live_load
+	@scripts/live/bench.py build/release/bin

@@ -27,19 +27,14 @@ void MacTable::Learn(const MacAddress& mac, uint16_t vlan, uint16_t port, uint32
   const uint64_t key = KeyOf(mac, vlan);
   auto& bucket = const_cast<Bucket&>(BucketOf(key));
   const std::lock_guard lock(bucket.lock);
-  Entry* oldest = bucket.entries.data();
-  for (Entry& entry : bucket.entries) {
-    if (entry.key == key) {
-      entry.heard = now;
-      entry.port = port;
-      return;
-    }
-    const bool older = !Live(entry, now) ? Live(*oldest, now)
-                                         : Live(*oldest, now) && now - entry.heard > now - oldest->heard;
-    if (older) oldest = &entry;
+  // The entries stand in the order in which they were last heard, so the last one gives way.
+  auto place = std::ranges::find(bucket.entries, key, &Entry::key);
+  if (place == bucket.entries.end()) {
+    --place;
+    if (Live(*place, now)) evicted_.fetch_add(1, std::memory_order_relaxed);
   }
-  if (Live(*oldest, now)) evicted_.fetch_add(1, std::memory_order_relaxed);
-  *oldest = {key, now, port};
+  std::rotate(bucket.entries.begin(), place, place + 1);
+  bucket.entries.front() = {key, now, port};
 }
 
 std::optional<uint16_t> MacTable::Find(const MacAddress& mac, uint16_t vlan, uint32_t now) const {

@@ -1,11 +1,12 @@
 // metrics.cpp - a snapshot as metric families. One row per family; a family without samples is left out.
 #include "host/live/metrics.h"
 
+#include <civetweb.h>
 #include <fmt/format.h>
-#include <prometheus/collectable.h>
-#include <prometheus/exposer.h>
 #include <prometheus/metric_family.h>
+#include <prometheus/text_serializer.h>
 
+#include <limits>
 #include <utility>
 
 #include "host/error.h"
@@ -244,35 +245,52 @@ class Collection {
   std::vector<MetricFamily> out_;
 };
 
-class Source final : public prometheus::Collectable {
- public:
-  explicit Source(SnapshotSource take) : take_(std::move(take)) {}
-  std::vector<MetricFamily> Collect() const override { return FamiliesOf(take_()); }
+int Serve(mg_connection* connection, void* source) {
+  const auto& take = *static_cast<const SnapshotSource*>(source);
+  const std::string body = prometheus::TextSerializer().Serialize(FamiliesOf(take()));
+  mg_printf(connection,
+            "HTTP/1.1 200 OK\r\nContent-Type: text/plain; version=0.0.4; charset=utf-8\r\n"
+            "Content-Length: %zu\r\nConnection: close\r\n\r\n",
+            body.size());
+  mg_write(connection, body.data(), body.size());
+  return 200;
+}
 
- private:
-  const SnapshotSource take_;
-};
+// What the web server complains about while it starts.
+int KeepMessage(const mg_connection* connection, const char* message) {
+  auto* const kept = static_cast<std::string*>(mg_get_user_data(mg_get_context(connection)));
+  if (kept != nullptr && kept->empty()) *kept = message;
+  return 1;
+}
 
 }  // namespace
 
 std::vector<MetricFamily> FamiliesOf(const Snapshot& snapshot) { return Collection(snapshot).All(); }
 
+// prometheus-cpp's own exposer adds families about itself that carry another prefix; its serializer behind
+// the same web server does not.
 struct Metrics::Impl {
-  std::shared_ptr<Source> source;
-  prometheus::Exposer exposer;
+  SnapshotSource source;
+  std::string complaint;
+  mg_context* server = nullptr;
 };
 
-Metrics::Metrics(const std::string& address, SnapshotSource source) {
-  try {
-    auto shared = std::make_shared<Source>(std::move(source));
-    impl_.reset(new Impl{shared, prometheus::Exposer(address, 1)});
-    impl_->exposer.RegisterCollectable(shared);
-  } catch (const std::exception& error) {
+Metrics::Metrics(const std::string& address, SnapshotSource source)
+    : impl_(new Impl{std::move(source), "", nullptr}) {
+  const char* const options[] = {"listening_ports", address.c_str(), "num_threads", "2", nullptr};
+  mg_callbacks callbacks{};
+  callbacks.log_message = KeepMessage;
+  impl_->server = mg_start(&callbacks, &impl_->complaint, const_cast<const char**>(options));
+  if (impl_->server == nullptr) {
     throw InputError(fmt::format("metrics on {}: {}; give ADDRESS:PORT with a free port, like 127.0.0.1:9967",
-                                 address, error.what()));
+                                 address,
+                                 impl_->complaint.empty() ? "cannot listen there" : impl_->complaint));
   }
+  mg_set_request_handler(impl_->server, "/metrics$", Serve, &impl_->source);
 }
 
-Metrics::~Metrics() = default;
+Metrics::~Metrics() {
+  if (impl_->server != nullptr) mg_stop(impl_->server);
+}
 
 }  // namespace vex::host::live

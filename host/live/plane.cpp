@@ -4,6 +4,7 @@
 #include <fmt/format.h>
 
 #include <algorithm>
+#include <map>
 #include <utility>
 
 #include "host/error.h"
@@ -38,7 +39,12 @@ Plane::Plane(const PlaneParts& parts, const Config& config, std::vector<LivePort
   options.instances = config.capabilities.instances;
   options.ports = IndexesOf(ports);
   options.max_bindings = config.live.max_bindings;
-  options.notice = [log = parts.log](const service::Notice& notice) { log(notice.Text()); };
+  std::map<uint32_t, std::string> names;
+  for (const LivePort& port : ports) names[port.record.index] = port.record.name;
+  options.notice = [log = parts.log, names](const service::Notice& notice) {
+    const auto name = names.find(notice.port);
+    log(fmt::format("{}: {}", name == names.end() ? "?" : name->second, notice.Text()));
+  };
   options.speed_info = [&budgets = budgets_](const DhcpSpeedInfoMsg& report) { budgets.Reported(report); };
   service_ = std::make_unique<service::Service>(std::move(options));
   service_->Restore(bindings, platform::TheClock().NowNs());

@@ -16,6 +16,13 @@ std::string PortName(const std::vector<PortRecord>& ports, uint32_t index) {
   return found == ports.end() ? fmt::format("#{}", index) : found->name;
 }
 
+std::string RoleOf(const PortRecord& port) {
+  std::string role = port.trusted ? "trusted" : "untrusted";
+  if (port.management) role += ", management";
+  if (port.peer_link) role += ", peer-link";
+  return role;
+}
+
 std::string_view CarriesOf(const std::string& channel) {
   const auto row =
       std::ranges::find(service::kChannels, std::string_view(channel), &service::ChannelRow::name);
@@ -57,9 +64,7 @@ Json PortsView(const Snapshot& snapshot) {
     row["port"] = port.record.name;
     row["index"] = port.record.index;
     row["vlan"] = UntaggedVlan(port.record);
-    row["trusted"] = port.record.trusted;
-    row["management"] = port.record.management;
-    row["peer_link"] = port.record.peer_link;
+    row["role"] = RoleOf(port.record);
     row["frames"] = port.frames;
     const Sums sums = port.sums();
     for (size_t i = 0; i < kSums; ++i) row[std::string(Name(static_cast<Sum>(i)))] = sums[i];
