@@ -70,7 +70,7 @@ Job Sends(const std::vector<FrameOutcome>& outcomes, std::vector<CaptureError> e
   };
 }
 
-Comparison Run(const Job& a, const Job& b, std::vector<std::string>* changed = nullptr) {
+Comparison RunBoth(const Job& a, const Job& b, std::vector<std::string>* changed = nullptr) {
   ReplayProcess left("A.toml", a), right("B.toml", b);
   return Compare(left, right,
                  [&](const ChangedFrame& frame) {
@@ -81,7 +81,7 @@ Comparison Run(const Job& a, const Job& b, std::vector<std::string>* changed = n
 
 TEST(Compare, CountsMovesAndListsThem) {
   std::vector<std::string> changed;
-  const Comparison sums = Run(Sends({kTo3, kTo3, kTo3}), Sends({kTo3, kTo5, kLimited}), &changed);
+  const Comparison sums = RunBoth(Sends({kTo3, kTo3, kTo3}), Sends({kTo3, kTo5, kLimited}), &changed);
   EXPECT_EQ(sums.frames, 3u);
   EXPECT_EQ(sums.changed, 2u);
   EXPECT_EQ(sums.instance, 1u);
@@ -101,20 +101,20 @@ TEST(Compare, CountsMovesAndListsThem) {
 TEST(Compare, ManyFramesPassThroughTheBoundedPipe) {
   std::vector<FrameOutcome> outcomes;
   for (uint64_t i = 0; i < 50'000; ++i) outcomes.push_back(Outcome(i, Verdict::kTaken, {3}));
-  const Comparison sums = Run(Sends(outcomes), Sends(outcomes));
+  const Comparison sums = RunBoth(Sends(outcomes), Sends(outcomes));
   EXPECT_EQ(sums.frames, 50'000u);
   EXPECT_EQ(sums.changed, 0u);
 }
 
 TEST(Compare, CaptureErrorsComeAcross) {
-  const Comparison sums = Run(Sends({}, {{"a b\nc.pcap", 1234, "cut short"}}), Sends({}));
+  const Comparison sums = RunBoth(Sends({}, {{"a b\nc.pcap", 1234, "cut short"}}), Sends({}));
   ASSERT_EQ(sums.a.errors.size(), 1u);
   EXPECT_EQ(sums.a.errors[0].Message(), "a b\nc.pcap: byte 1234: cut short");
 }
 
 std::string FailureOf(const Job& b) {
   try {
-    Run(Sends({kTo3}), b);
+    RunBoth(Sends({kTo3}), b);
   } catch (const InputError& failure) {
     return failure.what();
   }
@@ -146,7 +146,7 @@ TEST_F(ReplayTest, RefusedFramesAreWrittenWithTheirReason) {
   writer.Finish();
   CaptureReader reader(out.path());
   Frame frame;
-  for (const uint8_t station : {1, 2}) {
+  for (const auto station : {uint8_t{1}, uint8_t{2}}) {
     ASSERT_TRUE(reader.Next(frame));
     EXPECT_EQ(Bytes(frame.bytes.begin(), frame.bytes.end()), Dhcp4Request(station));
     EXPECT_EQ(frame.time, (CaptureTime{9, 0}));
