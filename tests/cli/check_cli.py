@@ -56,6 +56,11 @@ def misuse():
             (["replay", "--module", text, RELAYED], text),
             (["replay", f"{scratch}/none.pcap"], f"{scratch}/none.pcap"),
             (["replay", text], text),
+            (["explain", RELAYED], "--frame is required"),
+            (["explain", RELAYED, "--frame", "0"], "not a whole number 1 to"),
+            (["explain", RELAYED, "--frame", "31"], "has 30 frames"),
+            (["explain", RELAYED, "--frame", "1", "--depth", "4"], "not a whole number 1 to 3"),
+            (["explain", text, "--frame", "1"], text),
         ]
         for args, words in cases:
             code, out, err = run(*args)
@@ -102,7 +107,7 @@ def json_lines():
 
 def report():
     first = run("replay", "--config", ACCESS, FLOOD)
-    check("the report", first[0] == 0 and "holds" in first[1] and first[2] == "" and max(map(len, first[1].splitlines())) <= 120, first[1] + first[2])
+    check("the report", first[0] == 0 and "holds" in first[1] and first[2] == "" and max(map(len, first[1].splitlines()[1:])) <= 100, first[1] + first[2])
     check("two reports are the same bytes", run("replay", "--config", ACCESS, FLOOD) == first)
     check("--quiet prints nothing", run("replay", "--quiet", FLOOD) == (0, "", ""))
     with open(FLOOD, "rb") as file:
@@ -115,7 +120,58 @@ def report():
     check("--help shows examples", "Examples:" in run("replay", "--help")[1])
 
 
+OUTCOME = ("port", "vlan", "app_type", "pkt_type", "taken", "channel", "verdict", "refused", "refused_by", "delivered")
+
+
+def frames_of(*args):
+    code, out, err = run("replay", "--json", *args)
+    check("replay of " + " ".join(map(os.path.basename, args)), code == 0, err)
+    return {line["frame"]: line for line in map(json.loads, out.splitlines()) if "frame" in line and "event" not in line}
+
+
+def story_of(*args):
+    code, out, err = run("explain", "--json", *args)
+    check("explain " + " ".join(map(os.path.basename, args)), code == 0 and err == "", err)
+    return json.loads(out)
+
+
+def explain():
+    """What explain tells is what a replay does, with the setting as it is and with the setting changed."""
+    replayed = frames_of("--config", ACCESS, FLOOD)
+    refused = [frame for frame, line in replayed.items() if line["refused"]]
+    for frame in (1, refused[0], refused[-1], len(replayed)):
+        story = story_of(FLOOD, "--frame", str(frame), "--config", ACCESS)
+        line = replayed[frame]
+        check(f"frame {frame} as replayed", all(story[key] == line[key] for key in OUTCOME), f"{story}\n{line}")
+    story = story_of(FLOOD, "--frame", str(refused[0]), "--config", ACCESS)
+    limit = [step for step in story["budgets"] if step["refused"]]
+    check("a refusal names the budget that was used up", [(b["scope"], b["used"], b["limit"]) for b in limit] == [("interface 1", 100, 100)], str(limit))
+    lifted = {what["setting"]: what["refused"] for what in story["what_if"]}
+    check("lifting its limit lets it pass", lifted.get("snooping.interface.1.v4.rate", "refused") is None, str(lifted))
+    captures = [RELAYED, f"{SOURCE}/captures/vlan-30.pcapng"]
+    for capture in captures:
+        bits = {}
+        frames = frames_of(capture)
+        for frame in list(frames)[::4]:
+            story = story_of(capture, "--frame", str(frame))
+            check("as replayed", all(story[key] == frames[frame][key] for key in OUTCOME), f"{story}\n{frames[frame]}")
+            for what in story["what_if"]:
+                if what["setting"].startswith("switches."):
+                    bits.setdefault(what["setting"][9:], []).append((frame, what))
+        names = ("v4_req v4_reply sw2 sw3 v4_snooping v4_arp_a mng_v4_reply v4_arp_b v6_req v6_reply mng_v4_req mng_v6_reply v6_snooping "
+                 "nd_snooping mng_v4_req2 mlag_peerlink").split()
+        check("some switch matters", bits)
+        for name, told in bits.items():
+            flipped = frames_of("--switches", hex(0x7FFF ^ 1 << names.index(name)), capture)
+            check(f"{name} flipped does what was told",
+                  all(what[key] == flipped[frame][key] for frame, what in told for key in OUTCOME if key in what), f"{told}")
+    for depth, most in ((1, 1), (2, 40), (3, 120)):
+        code, out, _ = run("explain", RELAYED, "--frame", "3", "--depth", str(depth))
+        check(f"depth {depth}", code == 0 and 0 < out.count("\n") <= most, out)
+
+
 misuse()
 cut_capture()
 json_lines()
 report()
+explain()

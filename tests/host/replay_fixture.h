@@ -11,6 +11,7 @@
 #include <vector>
 
 #include "host/capture_writer.h"
+#include "host/explain.h"
 #include "host/replay.h"
 #include "platform/board.h"
 #include "platform/module_loader.h"
@@ -67,7 +68,21 @@ class ReplayTest : public ::testing::Test {
     writer_->Finish();
     return Run({capture_.path()});
   }
+  Story ExplainFrame(const Config& config, uint64_t frame) {
+    writer_->Finish();
+    Prepare({capture_.path()});
+    options.sink = nullptr;
+    return Explain(*module_, config, options, frame);
+  }
   ReplayTotals Run(const std::vector<std::string>& files) {
+    Prepare(files);
+    ReplayTotals totals = RunReplay(*module_, options);
+    EXPECT_TRUE(totals.IdentityHolds());
+    for (const ScopeTally& tally : totals.scopes) EXPECT_TRUE(tally.Balanced()) << tally.scope.index;
+    EXPECT_EQ(platform::Packets().Stats().inUse, 0u) << "every packet is given back";
+    return totals;
+  }
+  void Prepare(const std::vector<std::string>& files) {
     if (!module_) Load();
     options.files = files;
     options.sink = &sink;
@@ -78,11 +93,6 @@ class ReplayTest : public ::testing::Test {
       const auto requests = service::RequestsBetween({}, settings);
       ASSERT_EQ(service::Send(handlers, requests), requests.size());
     };
-    ReplayTotals totals = RunReplay(*module_, options);
-    EXPECT_TRUE(totals.IdentityHolds());
-    for (const ScopeTally& tally : totals.scopes) EXPECT_TRUE(tally.Balanced()) << tally.scope.index;
-    EXPECT_EQ(platform::Packets().Stats().inUse, 0u) << "every packet is given back";
-    return totals;
   }
 
   service::Settings settings = service::WithSwitches(0x7FFF);
