@@ -138,7 +138,7 @@ TEST(Config, EveryMistakeIsOneLineWithPlaceRangeAndNearestKey) {
        "f.toml:3:29: port.mac: 02:00:00:00:00:01 is already used in line 3"},
       {"[[port]]\nindex = 1\nvlan = 4095",
        "f.toml:3:8: port.vlan: 4095 is out of range, allowed 1 to 4094 (VLAN id of untagged frames)"},
-      {"board = 1\nboard = 4", "f.toml:2:7: "},
+      {"board = 1\nboard = 4", "f.toml:2:9: Error while parsing key-value pair: cannot redefine"},
       {"board = ", "f.toml:1:9: "},
       {"x.x.x.x.x.x.x.x.x.x.x.x.x.x.x.x.x = 1", "f.toml:1:32: a key of more than 16 parts"},
       {"zz = 1\nboard = 'x'\naa = 1", R"(f.toml:1:1: unknown key "zz")"},

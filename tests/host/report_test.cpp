@@ -40,13 +40,13 @@ ReplayTotals SomeTotals() {
 TEST(Report, FitsOneScreenAndSaysWhatHappened) {
   const std::string want = R"(a.pcap: 100 frames, 2 instances, configuration x.toml
 
-by application type             by packet type and verdict
+by application type               by packet type and verdict
                  frames  share                     continue  taken  take_failed  not_presented
   other               9   9.0%      2 DHCP               35     55            0              0
   DHCPv4             90  90.0%      13 not wanted         9      0            0              1
   not presented       1   1.0%
 
-by channel                              by instance
+by channel                               by instance
       carries         messages  share                  DHCP  ICMP/ND/ARP  all  share
    3  DHCP                  50  90.9%      instance 0    50            0   50  90.9%
    4  DHCP                   5   9.1%      instance 1     5            0    5   9.1%
