@@ -10,7 +10,7 @@
 
 namespace vex::service {
 
-class Answerer : public Handler {
+class Answerer : public FrameHandler {
  public:
   Answerer(Desk& desk, bool acts_on_router_messages)
       : desk_(desk), acts_on_router_messages_(acts_on_router_messages) {}

@@ -82,10 +82,10 @@ class Desk {
 
 // What an instance does with a frame. Answers what became of it; the packet is moved out or freed by the
 // caller.
-class Handler {
+class FrameHandler {
  public:
   enum class Stream : uint8_t { kArp, kIcmp, kDhcp };  // by the channel
-  virtual ~Handler() = default;
+  virtual ~FrameHandler() = default;
   virtual Counter Handle(Ingress& in, Stream stream, int64_t now_ns) = 0;
 };
 

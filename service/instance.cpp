@@ -20,9 +20,9 @@ constexpr auto kTick = std::chrono::seconds(1);
 constexpr auto kRetry = std::chrono::milliseconds(10);
 constexpr auto kForever = std::chrono::hours(1);
 
-Handler::Stream StreamOf(uint32_t channel) {
-  if (channel == 1) return Handler::Stream::kArp;
-  return channel >= 2 && channel <= 6 ? Handler::Stream::kDhcp : Handler::Stream::kIcmp;
+FrameHandler::Stream StreamOf(uint32_t channel) {
+  if (channel == 1) return FrameHandler::Stream::kArp;
+  return channel >= 2 && channel <= 6 ? FrameHandler::Stream::kDhcp : FrameHandler::Stream::kIcmp;
 }
 
 }  // namespace

@@ -17,7 +17,7 @@ namespace vex::service {
 class Instance {
  public:
   using SpeedInfoSink = std::function<void(const DhcpSpeedInfoMsg&)>;
-  using HandlerMaker = std::function<std::unique_ptr<Handler>(Desk&)>;
+  using HandlerMaker = std::function<std::unique_ptr<FrameHandler>(Desk&)>;
   // `thread` indexes kThreadNames. Opens that thread and its channels, which are created when missing; throws
   // std::runtime_error when the framework's tables refuse.
   Instance(Context& context, uint32_t thread, uint32_t depth, const HandlerMaker& handler,
@@ -47,7 +47,7 @@ class Instance {
   };
   const uint32_t thread_index_;
   Desk desk_;
-  const std::unique_ptr<Handler> handler_;
+  const std::unique_ptr<FrameHandler> handler_;
   const SpeedInfoSink speed_info_;
   platform::EventThread* events_ = nullptr;
   std::vector<Source> sources_;

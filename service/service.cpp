@@ -44,7 +44,7 @@ struct Service::Impl {
     }
   }
 
-  std::unique_ptr<Handler> MakeHandler(Desk& desk, bool routers) const {
+  std::unique_ptr<FrameHandler> MakeHandler(Desk& desk, bool routers) const {
     if (options.mode == Mode::kAnswer) return std::make_unique<Answerer>(desk, routers);
     return std::make_unique<Snooper>(desk, routers);
   }

@@ -10,7 +10,7 @@
 
 namespace vex::service {
 
-class Snooper : public Handler {
+class Snooper : public FrameHandler {
  public:
   // Router messages reach every instance as copies; one of them acts on them.
   Snooper(Desk& desk, bool acts_on_router_messages)
