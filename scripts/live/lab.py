@@ -208,8 +208,8 @@ class Lab:
 
     # ---- servers ----
 
-    def kea(self, namespace, interface, name="kea", pool4=None, pool6=None, lifetime=600):
-        """pool4: (subnet, first, last); pool6: (subnet, first, last, prefix or None)."""
+    def kea(self, namespace, interface, name="kea", pool4=None, pool6=None, lifetime=600, unicast6=None):
+        """pool4: (subnet, first, last); pool6: (subnet, first, last, prefix or None); unicast6: address for relays."""
         env = {"KEA_PIDFILE_DIR": self.directory, "KEA_LOCKFILE_DIR": self.directory}
         log = [{"name": "kea-dhcp%d" % v, "output_options": [{"output": "stdout"}], "severity": "WARN"} for v in (4, 6)]
         os.makedirs("/var/lib/kea", exist_ok=True)  # where it looks for its server id
@@ -227,7 +227,8 @@ class Lab:
             if len(pool6) > 3 and pool6[3]:
                 subnet["pd-pools"] = [{"prefix": pool6[3], "prefix-len": 48, "delegated-len": 64}]
             config = {"Dhcp6": {
-                "interfaces-config": {"interfaces": [interface]}, "server-id": {"type": "LL", "persist": False},
+                "interfaces-config": {"interfaces": [interface] + ([interface + "/" + unicast6] if unicast6 else [])},
+                "server-id": {"type": "LL", "persist": False},
                 "lease-database": {"type": "memfile", "persist": True, "name": self.path(name + "6.csv"), "lfc-interval": 0},
                 "preferred-lifetime": lifetime, "valid-lifetime": lifetime, "loggers": [log[1]], "subnet6": [subnet]}}
             started.append((6, config))
