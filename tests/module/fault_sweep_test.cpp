@@ -23,6 +23,8 @@ namespace {
 using platform::FallibleImports;
 
 // What a scenario leads to, as numbers that two runs can be compared by.
+// The formatter does not settle on a layout for this list.
+// clang-format off
 #define VEX_EFFECTS(X)                                                                                   \
   X(result)                                                                                              \
   X(hooks)                                                                                               \
@@ -31,6 +33,7 @@ using platform::FallibleImports;
   X(stat0)                                                                                               \
   X(stat1) X(stat2) X(stat3) X(stat4) X(stat5) X(stat6) X(stat7) X(delivered) X(inner) X(kept) X(queued) \
       X(published) X(uploaded) X(mlag) X(called) X(event) X(timers) X(blocks) X(drops) X(asserts)
+// clang-format on
 struct Effects {
 #define VEX_EFFECT_FIELD(name) int64_t name = 0;
   VEX_EFFECTS(VEX_EFFECT_FIELD)
