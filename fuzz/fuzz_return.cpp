@@ -35,7 +35,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   fuzz::Input input(data, size);
   while (!input.Ended()) {
     const uint8_t flags = input.U8();
-    const size_t length = std::min<size_t>(input.U16() % 600, input.Rest().size());
+    const size_t wanted = input.U16() % 600;
+    const size_t length = std::min(wanted, input.Rest().size());
     platform::PacketAttributes attr;
     attr.appPktType = flags & 1;
     attr.diagSwitch = flags >> 1 & 1;
