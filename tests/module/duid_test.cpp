@@ -127,17 +127,6 @@ TEST(Duid, ARelayDatagramNeeds47Bytes) {
   EXPECT_EQ(DuidOf(Udp(546, 547, longer)), kUntouched);
 }
 
-TEST(Duid, NestedAsDeepAsTheHopCountGoes) {
-  Bytes message = Solicit();
-  for (size_t level = 1; level <= 255; ++level) {
-    message = Relayed(message, level % 2 == 0 ? 13 : 12);
-    if (level % 50 == 5) {
-      EXPECT_EQ(DuidOf(Udp(546, 547, message)), DuidLl()) << level;
-    }
-  }
-  EXPECT_EQ(KeyOf(Udp(546, 547, message)), BytesOf(kClientMac));
-}
-
 // Every length of the datagram, its length field telling the truth: nothing is read behind it, and the answer
 // is the whole one's or none.
 TEST(Duid, CutAtEveryLength) {
