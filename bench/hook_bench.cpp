@@ -1,14 +1,13 @@
-// hook_bench.cpp - what one call of the host hook costs, next to a floor.
+// hook_bench.cpp - what one call of the host hook costs, next to a floor (bench/hook_floor.h).
 // In:  libvex_dhcp.so as the device loads it, four instances, every gate active. Out: ns per packet.
-// A floor makes the same framework calls in the same order as the hook does for that packet, with no logic
-// between them, and reads the same clock; what the hook takes beyond it is the module's own.
+// Both are called through the framework's hook table.
 #include <benchmark/benchmark.h>
 
-#include <ctime>
 #include <memory>
 #include <vector>
 
 #include "bench/frames.h"
+#include "bench/hook_floor.h"
 #include "dhcp_vex_api_cfg.h"
 #include "dhcp_vex_api_switch.h"
 #include "dhcp_vex_platform.h"
@@ -25,13 +24,14 @@ namespace {
 
 using namespace vex;
 
-constexpr char kPath[] = "bench";
 constexpr uint32_t kInterface = 1;
 constexpr uint32_t kVlan = 30;
 constexpr uint32_t kHighestRate = 65535;      // the largest that a record can hold
 constexpr int64_t kPacketsPerSecond = 60000;  // of module time, below every budget
 constexpr int64_t kSecond = 1'000'000'000;
 constexpr uint32_t kHeader = 24;
+constexpr uint32_t kFloorChannel = 3;
+constexpr uint32_t kFloorThread = 1;
 
 // The module and the service's ends of its channels, once for all benchmarks.
 class Bench {
@@ -97,91 +97,46 @@ void Tick(int64_t& packets) {
   if (++packets % kPacketsPerSecond == 0) platform::TheClock().Advance(kSecond);
 }
 
-void ReadClock() {
-  timespec now = {};
-  clock_gettime(CLOCK_MONOTONIC, &now);
-  benchmark::DoNotOptimize(now);
-}
-
-// ---- Floors --------------------------------------------------------------------------------------------
-
-void FloorClassifyDhcp(OrbMbuf* pkt) {
-  benchmark::DoNotOptimize(HostMbufIsNdHookIgnore(pkt));
-  benchmark::DoNotOptimize(HostMbufGetPktAppType(pkt));
-  benchmark::DoNotOptimize(HostMbufGetL4DstPort(pkt));
-  benchmark::DoNotOptimize(HostMbufGetMngIfFlag(pkt));
-  benchmark::DoNotOptimize(HostMbufGetCauseAction(pkt));
-}
-
-void FloorSnoopingGate(OrbMbuf* pkt) {
-  static OrbSpinlock lock = {};
-  benchmark::DoNotOptimize(HostMbufGetOectrlIfIndex(pkt));
-  benchmark::DoNotOptimize(HostMbufGetVlanTag(pkt));
-  benchmark::DoNotOptimize(OrbSpinlockTrylock(&lock));
-  ReadClock();
-  benchmark::DoNotOptimize(HostMbufGetPktAppType(pkt));
-  OrbSpinlockUnlock(&lock);
-}
-
-void FloorDeliver(OrbMbuf* pkt, platform::Channel& channel, platform::EventThread& thread) {
-  static const uint8_t header[kHeader] = {kHeader};
-  benchmark::DoNotOptimize(HostMbufGetAppPktType(pkt));
-  benchmark::DoNotOptimize(HostMbufGetL2HeadLength(pkt));
-  benchmark::DoNotOptimize(HostMbufGetProtoType(pkt));
-  benchmark::DoNotOptimize(MbufPktAddHead(pkt, kHeader, kPath, __LINE__));
-  benchmark::DoNotOptimize(memcpy_s(pkt->bufAddr + pkt->dataOff, kHeader, header, kHeader));
-  benchmark::DoNotOptimize(ORB_ChannelDcSend(channel.Id(), pkt, 1000));
-  benchmark::DoNotOptimize(ORB_EventWrite(&thread, 1));
-}
-
-void FloorUnwanted(OrbMbuf* pkt) {
-  benchmark::DoNotOptimize(HostMbufIsNdHookIgnore(pkt));
-  benchmark::DoNotOptimize(HostMbufGetPktAppType(pkt));
-}
-
 // ---- Benchmarks ----------------------------------------------------------------------------------------
 
-void Unwanted(benchmark::State& state, bool floor) {
-  TheBench();
-  const platform::PacketPtr packet = Punted(bench::TcpFrame());
-  for (auto _ : state) {
-    if (floor) {
-      FloorUnwanted(packet.get());
-    } else {
-      benchmark::DoNotOptimize(platform::Hooks().Call(platform::HookTable::kHostPacketPoint, packet.get()));
-    }
-  }
+constexpr uint32_t kPoint = platform::HookTable::kHostPacketPoint;
+
+// The module's hook, or the floor in a table of its own.
+const platform::HookTable& TableOf(platform::HookTable& own, platform::HookTable::Callback floor) {
+  Bench& bench = TheBench();
+  if (floor == nullptr) return platform::Hooks();
+  g_floorTarget = {bench.Channel(kFloorChannel).Id(), &bench.Thread(kFloorThread), 1u << kFloorChannel};
+  own.Register(kPoint, 0, floor, "floor");
+  return own;
 }
 
-void Refused(benchmark::State& state, bool floor) {
+void NotTaken(benchmark::State& state, const std::vector<uint8_t>& frame,
+              platform::HookTable::Callback floor) {
+  platform::HookTable own;
+  const platform::HookTable& table = TableOf(own, floor);
+  const platform::PacketPtr packet = Punted(frame);
+  for (auto _ : state) benchmark::DoNotOptimize(table.Call(kPoint, packet.get()));
+}
+
+void Unwanted(benchmark::State& state, platform::HookTable::Callback floor) {
+  NotTaken(state, bench::TcpFrame(), floor);
+}
+
+void Refused(benchmark::State& state, platform::HookTable::Callback floor) {
   TheBench().InterfaceRate(0);
-  const platform::PacketPtr packet = Punted(bench::Dhcp4Frame(kVlan));
-  for (auto _ : state) {
-    if (floor) {
-      FloorClassifyDhcp(packet.get());
-      FloorSnoopingGate(packet.get());
-    } else {
-      benchmark::DoNotOptimize(platform::Hooks().Call(platform::HookTable::kHostPacketPoint, packet.get()));
-    }
-  }
+  NotTaken(state, bench::Dhcp4Frame(kVlan), floor);
   TheBench().InterfaceRate(kHighestRate);
 }
 
-void Wanted(benchmark::State& state, const std::vector<uint8_t>& frame, bool floor) {
-  Bench& bench = TheBench();
+void Wanted(benchmark::State& state, const std::vector<uint8_t>& frame, platform::HookTable::Callback floor) {
+  platform::HookTable own;
+  const platform::HookTable& table = TableOf(own, floor);
   platform::PacketPtr packet = Punted(frame);
   int64_t packets = 0;
   platform::TheClock().Advance(kSecond);  // what the last run counted is over
   for (auto _ : state) {
-    OrbMbuf* const pkt = packet.release();
-    if (floor) {
-      FloorClassifyDhcp(pkt);
-      FloorSnoopingGate(pkt);
-      FloorDeliver(pkt, bench.Channel(3), bench.Thread(1));
-    } else {
-      benchmark::DoNotOptimize(platform::Hooks().Call(platform::HookTable::kHostPacketPoint, pkt));
-    }
-    packet = bench.TakeBack();
+    benchmark::DoNotOptimize(table.Call(kPoint, packet.release()));
+    packet = TheBench().TakeBack();
     if (!packet) {
       state.SkipWithError("the packet did not reach a channel");
       return;
@@ -190,17 +145,22 @@ void Wanted(benchmark::State& state, const std::vector<uint8_t>& frame, bool flo
   }
 }
 
-void Wanted4(benchmark::State& state, bool floor) { Wanted(state, bench::Dhcp4Frame(kVlan), floor); }
-void Wanted6(benchmark::State& state, bool floor) { Wanted(state, bench::Dhcp6Frame(kVlan), floor); }
+void Wanted4(benchmark::State& state, platform::HookTable::Callback floor) {
+  Wanted(state, bench::Dhcp4Frame(kVlan), floor);
+}
 
-BENCHMARK_CAPTURE(Unwanted, hook, false);
-BENCHMARK_CAPTURE(Unwanted, floor, true);
-BENCHMARK_CAPTURE(Refused, hook, false);
-BENCHMARK_CAPTURE(Refused, floor, true);
-BENCHMARK_CAPTURE(Wanted4, hook, false);
-BENCHMARK_CAPTURE(Wanted4, floor, true);
-BENCHMARK_CAPTURE(Wanted6, hook, false);
-BENCHMARK_CAPTURE(Wanted6, floor, true);
+void Wanted6(benchmark::State& state, platform::HookTable::Callback floor) {
+  Wanted(state, bench::Dhcp6Frame(kVlan), floor);
+}
+
+BENCHMARK_CAPTURE(Unwanted, hook, nullptr);
+BENCHMARK_CAPTURE(Unwanted, floor, FloorUnwanted);
+BENCHMARK_CAPTURE(Refused, hook, nullptr);
+BENCHMARK_CAPTURE(Refused, floor, FloorRefused);
+BENCHMARK_CAPTURE(Wanted4, hook, nullptr);
+BENCHMARK_CAPTURE(Wanted4, floor, FloorWanted);
+BENCHMARK_CAPTURE(Wanted6, hook, nullptr);
+BENCHMARK_CAPTURE(Wanted6, floor, FloorWanted);
 
 }  // namespace
 
