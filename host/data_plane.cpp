@@ -65,6 +65,23 @@ uint8_t Ipv6App(Bytes l3, ParsedFrame& out) {
 
 }  // namespace
 
+std::string_view AppTypeName(size_t type) {
+  switch (type) {
+    case kAppArp:
+      return "ARP";
+    case kAppIcmp:
+      return "ICMP";
+    case kAppDhcp4:
+      return "DHCPv4";
+    case kAppIcmp6:
+      return "ICMPv6";
+    case kAppDhcp6:
+      return "DHCPv6";
+    default:
+      return "other";
+  }
+}
+
 ParsedFrame ParseFrame(Bytes frame) {
   ParsedFrame out;
   out.l2_length = static_cast<uint8_t>(std::min(frame.size(), kEthernetHeader));

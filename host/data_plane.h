@@ -8,6 +8,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <span>
+#include <string_view>
 
 namespace vex::host {
 
@@ -20,6 +21,7 @@ inline constexpr uint8_t kAppIcmp = 10;
 inline constexpr uint8_t kAppDhcp4 = 17;
 inline constexpr uint8_t kAppIcmp6 = 28;
 inline constexpr uint8_t kAppDhcp6 = 32;
+std::string_view AppTypeName(size_t type);  // "other" for kAppNone and what else is not punted
 
 // The framework's protocol types.
 inline constexpr uint32_t kProtoIpv4 = 0;

@@ -15,23 +15,6 @@ namespace {
 std::string Hex(std::span<const uint8_t> bytes) { return fmt::format("{:02x}", fmt::join(bytes, " ")); }
 std::string Mac(const MacAddress& mac) { return fmt::format("{:02x}", fmt::join(mac, ":")); }
 
-std::string AppName(uint8_t type) {
-  switch (type) {
-    case kAppArp:
-      return "ARP";
-    case kAppIcmp:
-      return "ICMP";
-    case kAppDhcp4:
-      return "DHCPv4";
-    case kAppIcmp6:
-      return "ICMPv6";
-    case kAppDhcp6:
-      return "DHCPv6";
-    default:
-      return "nothing the module knows";
-  }
-}
-
 std::string Names(const ScopeList& scopes) {
   std::vector<std::string> names;
   for (const Scope& scope : scopes) names.push_back(ScopeName(scope));
@@ -98,7 +81,7 @@ void AddPlane(const Story& s, std::string& text) {
                       s.port.management ? ", management" : "", s.port.peer_link ? ", peer-link" : "",
                       p.tags == 0 ? "untagged" : fmt::format("VLAN {}", p.vlan_id()));
   text += fmt::format("            application type {} ({}), {} bytes of L2 header, {} -> {}", p.app_type,
-                      AppName(p.app_type), p.l2_length, Mac(p.src_mac), Mac(p.dst_mac));
+                      AppTypeName(p.app_type), p.l2_length, Mac(p.src_mac), Mac(p.dst_mac));
   if (p.l4_src_port != 0 || p.l4_dst_port != 0)
     text += fmt::format(", UDP {} -> {}", p.l4_src_port, p.l4_dst_port);
   text += s.port.cause != 0 ? fmt::format(", cause {}\n", s.port.cause) : "\n";

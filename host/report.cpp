@@ -22,25 +22,6 @@ constexpr std::array<std::string_view, 8> kStatNames = {
     "hookPktCnt",           "svcMsgCnt",       "egressPubFailCnt", "egressCutHeadFailCnt",
     "getThreadInfoFailCnt", "getChnIdFailCnt", "pktSendFailCnt",   "innerMsgSendFailCnt"};
 
-std::string AppTypeName(size_t type) {
-  switch (type) {
-    case kAppNone:
-      return "other";
-    case kAppArp:
-      return "ARP";
-    case kAppIcmp:
-      return "ICMP";
-    case kAppDhcp4:
-      return "DHCPv4";
-    case kAppIcmp6:
-      return "ICMPv6";
-    case kAppDhcp6:
-      return "DHCPv6";
-    default:
-      return fmt::format("type {}", type);
-  }
-}
-
 std::string PktTypeName(size_t type) {
   switch (type) {
     case 0:
@@ -64,7 +45,7 @@ Lines AppTypes(const ReplayTotals& totals) {
   Table table("by application type", {"", "frames", "share"}, {Align::kLeft, Align::kRight, Align::kRight});
   for (size_t type = 0; type < totals.by_app_type.size(); ++type) {
     const uint64_t count = totals.by_app_type[type];
-    if (count != 0) table.Row({AppTypeName(type), Number(count), Percent(count, totals.frames)});
+    if (count != 0) table.Row({std::string(AppTypeName(type)), Number(count), Percent(count, totals.frames)});
   }
   if (totals.not_presented != 0)
     table.Row({"not presented", Number(totals.not_presented), Percent(totals.not_presented, totals.frames)});
