@@ -20,11 +20,13 @@ bool ChannelEvents::Register(uint32_t event, Callback callback) {
 }
 
 bool ChannelEvents::Write(uint32_t event) {
-  const std::lock_guard lock(mutex_);
-  const auto slot = slots_.find(event);
-  if (slot == slots_.end()) return false;
-  slot->second.pending = true;
-  wake_.notify_one();
+  {
+    const std::lock_guard lock(mutex_);
+    const auto slot = slots_.find(event);
+    if (slot == slots_.end()) return false;
+    slot->second.pending = true;
+  }
+  wake_.notify_one();  // without the lock, for which the woken thread would have to wait again
   return true;
 }
 

@@ -11,8 +11,8 @@ void EventThread::Write(uint32_t mask) {
   events_.fetch_or(mask);
   writes_.fetch_add(1, std::memory_order_relaxed);
   if (waiters_.load() == 0) return;
-  const std::lock_guard lock(mutex_);  // a waiter between its look at events_ and its sleep holds this
-  wake_.notify_all();
+  { const std::lock_guard lock(mutex_); }  // a waiter between its look at events_ and its sleep holds this
+  wake_.notify_all();  // without the lock, for which the woken thread would have to wait again
 }
 
 uint32_t EventThread::Wait(std::chrono::nanoseconds timeout) {
