@@ -1,5 +1,5 @@
 #!/usr/bin/env python3
-"""Checks what the built objects show to the loader: exports, imports, needed libraries, hardening.
+"""Checks what the built objects show to the loader: exports, imports, needed libraries, initialisers, hardening.
 
 In:  the check's name, the readelf of the target, libvex_dhcp.so, for "hardening" vexhost too.
 Out: one line per finding and exit 1; nothing but the count of what was compared and exit 0 otherwise.
@@ -15,6 +15,7 @@ RUNTIME_VERSION = re.compile(r"@@?(GLIBC|GLIBCXX|CXXABI|GCC)_")
 # Weak references that start-up files of the tool chain put into every shared library.
 TOOLCHAIN_WEAK = {"__gmon_start__", "_ITM_deregisterTMCloneTable", "_ITM_registerTMCloneTable", "__cxa_finalize"}
 NEEDED = {"libc.so.6", "libstdc++.so.6", "libm.so.6", "libgcc_s.so.1"}
+REGISTRATION = "orb_modregfn_mod_vex_dhcp"
 SANITIZER_NEEDED = re.compile(r"lib(asan|ubsan|tsan)\.so")
 
 
@@ -78,6 +79,24 @@ def check_needed(args):
         if name not in NEEDED and not loader and not (args.sanitized and SANITIZER_NEEDED.match(name)):
             yield f"the library needs {name}"
     print(f"SONAME and {len(needed)} needed libraries checked")
+
+
+def check_initialisers(args):
+    """The module record is linked before any other initialiser of the library runs."""
+    symbols = readelf(args.readelf, "--dyn-syms", args.library)
+    registers = re.search(rf"([0-9a-f]+)\s+\d+\s+FUNC\s.*\s{REGISTRATION}$", symbols, re.MULTILINE)
+    array = re.search(r"\sINIT_ARRAY\s+([0-9a-f]+)", readelf(args.readelf, "--sections", args.library))
+    # The entries are filled in by relocations: fourth word, the symbol's value or the addend, is the function.
+    filled = {
+        int(words[0], 16): int(words[3], 16)
+        for words in map(str.split, readelf(args.readelf, "--relocs", args.library).splitlines())
+        if len(words) >= 4 and re.fullmatch(r"[0-9a-f]{16}", words[0])
+    }
+    if not registers or not array:
+        yield f"no {REGISTRATION} or no load-time initialisers"
+    elif filled.get(int(array[1], 16)) != int(registers[1], 16):
+        yield f"{REGISTRATION} is not the first of the load-time initialisers"
+    print("the first load-time initialiser checked")
 
 
 def check_hardening(args):

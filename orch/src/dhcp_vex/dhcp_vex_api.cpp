@@ -61,8 +61,7 @@ static_assert(!BoardSupported(0) && !BoardSupported(5) && !BoardSupported(11) &&
 
 void dhcp_vex::Count(DhcpStat counter) { Add(g_dhcpStat[static_cast<uint32_t>(counter)], 1); }
 
-// 101 is the earliest priority left to users: no other initialiser of the library runs before it.
-__attribute__((constructor(101))) void orb_modregfn_mod_vex_dhcp(void) {
+void orb_modregfn_mod_vex_dhcp(void) {
   mod_vex_dhcp.fixed120 = 720;
   mod_vex_dhcp.globalCtor = orb_mod_ctr_mod_vex_dhcp;
   mod_vex_dhcp.lcoreCtor = orb_mod_localctr_mod_vex_dhcp;

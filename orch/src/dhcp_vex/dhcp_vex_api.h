@@ -48,8 +48,10 @@ DHCP_VEX_API __thread uint32_t per_lcore_mod_vex_dhcp_usrid;  // the same for ea
 DHCP_VEX_API uint32_t mod_vex_dhcp_usrctx_len;                // 0, never written
 DHCP_VEX_API void* mod_vex_dhcp_usrctx;                       // null, never written
 
-DHCP_VEX_API void orb_modregfn_mod_vex_dhcp(void);  // load-time initialiser: links the record
-DHCP_VEX_API void* mod_plugin_register(void);       // address of the record
+// Load-time initialiser: links the record. 101 is the earliest priority left to users: no other initialiser
+// of the library runs before it. The compiler heeds a priority on the first declaration only.
+DHCP_VEX_API __attribute__((constructor(101))) void orb_modregfn_mod_vex_dhcp(void);
+DHCP_VEX_API void* mod_plugin_register(void);  // address of the record
 DHCP_VEX_API void orb_mod_ctr_mod_vex_dhcp(void);
 DHCP_VEX_API void orb_mod_localctr_mod_vex_dhcp(void);
 DHCP_VEX_API void orb_mod_dtr_mod_vex_dhcp(void);
