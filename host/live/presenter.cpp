@@ -43,8 +43,8 @@ Presenter::Result Presenter::Present(std::span<const uint8_t> frame, const Parse
 Presenter::Result Presenter::Punt(std::span<const uint8_t> frame, const ParsedFrame& parsed,
                                   const PortRecord& port, bool traced) {
   platform::PacketAttributes attr = AttributesOf(parsed, port);
-  if (parsed.vlan_id() == 0)
-    attr.vlanTag = static_cast<uint16_t>((parsed.vlan_tag & kPriorityBits) | port.vlan);
+  // The module and the service know a frame by the VLAN that the switch has it in, tagged or not.
+  attr.vlanTag = static_cast<uint16_t>((parsed.vlan_tag & kPriorityBits) | VlanOf(parsed, port));
   platform::PacketPtr packet = platform::Packets().New(frame, attr);
   if (!packet) return {Fate::kNoBuffer, !MustBeSeen(parsed.app_type)};
   uint32_t take = 0;
