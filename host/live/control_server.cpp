@@ -111,6 +111,10 @@ void ControlServer::Accept() {
   const int fd = accept4(listener_, nullptr, nullptr, SOCK_CLOEXEC | SOCK_NONBLOCK);
   if (fd < 0) return;
   if (clients_.size() >= kMaxClients) {
+    constexpr std::string_view kFull =
+        R"({"ok":false,"error":"too many clients are connected to the control socket; close one"})"
+        "\n";
+    send(fd, kFull.data(), kFull.size(), MSG_NOSIGNAL);  // a fresh socket has room for it
     close(fd);
     return;
   }
@@ -119,7 +123,7 @@ void ControlServer::Accept() {
 }
 
 bool ControlServer::Talk(int fd, Client& client) {
-  if (client.out.empty() && !Read(fd, client)) return false;
+  if (client.out.empty() ? !Read(fd, client) : !Answer(fd, client)) return false;
   // One answer at a time: a client that does not read cannot make the others wait nor fill the memory.
   while (client.out.empty()) {
     const size_t end = client.in.find('\n');
@@ -128,7 +132,6 @@ bool ControlServer::Talk(int fd, Client& client) {
     client.in.erase(0, end + 1);
     if (!Answer(fd, client)) return false;
   }
-  if (!client.out.empty() && !Answer(fd, client)) return false;
   Watch(epoll_, EPOLL_CTL_MOD, fd, client.out.empty() ? EPOLLIN : EPOLLOUT);
   return true;
 }

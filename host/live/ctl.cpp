@@ -21,10 +21,15 @@ namespace {
 
 class Connection {
  public:
-  explicit Connection(const std::string& path) : fd_(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0)) {
+  explicit Connection(const std::string& path) {
     sockaddr_un address{};
     address.sun_family = AF_UNIX;
-    path.copy(address.sun_path, sizeof address.sun_path - 1);
+    if (path.empty() || path.size() >= sizeof address.sun_path) {
+      throw InputError(
+          fmt::format("control socket \"{}\": a path has 1 to {} bytes", path, sizeof address.sun_path - 1));
+    }
+    path.copy(address.sun_path, path.size());
+    fd_ = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
     if (connect(fd_, reinterpret_cast<const sockaddr*>(&address), sizeof address) == 0) return;
     const int error = errno;
     close(fd_);
@@ -37,21 +42,24 @@ class Connection {
 
   std::string Ask(const std::string& line) const {
     const std::string request = line + "\n";
-    if (send(fd_, request.data(), request.size(), MSG_NOSIGNAL) != static_cast<ssize_t>(request.size())) {
-      throw InputError("the switch does not take the request");
-    }
+    // One that is refused may find the socket closed already, with the reason waiting to be read.
+    const bool taken =
+        send(fd_, request.data(), request.size(), MSG_NOSIGNAL) == static_cast<ssize_t>(request.size());
     std::string answer;
     std::array<char, 65536> bytes;
     while (!answer.ends_with('\n')) {
       const ssize_t got = recv(fd_, bytes.data(), bytes.size(), 0);
-      if (got <= 0) throw InputError("the switch closed the connection without an answer");
+      if (got <= 0) {
+        throw InputError(taken ? "the switch closed the connection without an answer"
+                               : "the switch does not take the request");
+      }
       answer.append(bytes.data(), static_cast<size_t>(got));
     }
     return answer;
   }
 
  private:
-  int fd_;
+  int fd_ = -1;
 };
 
 Json RequestOf(const std::vector<std::string>& words) {
