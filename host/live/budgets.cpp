@@ -72,6 +72,9 @@ void Budgets::Sample() {
     const uint32_t rate = module_->degrade->degradeRate;
     SampleOne({ScopeKind::kDegrade, 0, 0}, module_->degrade->period, rate, rate != service::kDegradeOff);
   }
+  for (size_t kind = 0; kind < DHCP_PEER_KINDS; ++kind) {
+    peer_link_used_[kind] = UsedOf(module_->peer_link[kind].period);
+  }
   OrbSpinlockUnlock(module_->store_lock);
 }
 
@@ -84,13 +87,17 @@ void Budgets::SampleRecord(ScopeKind kind, uint32_t index, const DhcpSnpInfo& re
   one(6, record.v6Cfg, record.v6Period);
 }
 
+uint32_t Budgets::UsedOf(const DhcpSpeedPeriod& period) {
+  return period.periodSec == platform::TheClock().Seconds() ? period.pktCnt : 0;
+}
+
 void Budgets::SampleOne(const Scope& scope, const DhcpSpeedPeriod& period, uint32_t limit, bool enabled) {
   Watched& watched = At(scope);
   watched.row.refused += static_cast<uint16_t>(period.dropCnt - watched.seen);
   watched.seen = period.dropCnt;
   watched.row.limit = limit;
   watched.row.enabled = enabled;
-  watched.row.used = period.periodSec == platform::TheClock().Seconds() ? period.pktCnt : 0;
+  watched.row.used = UsedOf(period);
 }
 
 void Budgets::Reported(const DhcpSpeedInfoMsg& report) {
@@ -117,6 +124,7 @@ std::vector<BudgetRow> Budgets::Rows() const {
       const DhcpPeerLinkRate& record = module_->peer_link[kind];
       row.limit = std::atomic_ref(const_cast<uint32_t&>(record.pktRate)).load(std::memory_order_relaxed);
       row.enabled = row.limit != 0;
+      row.used = row.enabled ? peer_link_used_[kind] : 0;
     }
     rows.push_back(row);
   }

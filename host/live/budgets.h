@@ -53,6 +53,7 @@ class Budgets {
   static uint64_t KeyOf(const Scope& scope);
   Watched& At(const Scope& scope);
   void SampleRecord(ScopeKind kind, uint32_t index, const DhcpSnpInfo& record);
+  static uint32_t UsedOf(const DhcpSpeedPeriod& period);
   void SampleOne(const Scope& scope, const DhcpSpeedPeriod& period, uint32_t limit, bool enabled);
 
   PeerLinkRefusals peer_link_{};
@@ -61,6 +62,7 @@ class Budgets {
   const platform::Channel* reports_ = nullptr;
   std::set<uint32_t> interfaces_, vlans_;
   std::map<uint64_t, Watched> watched_;
+  std::array<uint32_t, DHCP_PEER_KINDS> peer_link_used_{};
   uint64_t reports_seen_ = 0;
   uint64_t reports_before_ = 0;  // sent on that channel before it was attached
 };
