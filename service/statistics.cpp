@@ -5,6 +5,13 @@
 #include <mutex>
 
 namespace vex::service {
+namespace {
+
+void AddValues(CounterValues& sum, const CounterValues& more) {
+  for (size_t i = 0; i < kCounterCount; ++i) sum[i] += more[i];
+}
+
+}  // namespace
 
 std::string_view Name(Counter counter) {
   constexpr std::array<std::string_view, kCounterCount> kNames = {
@@ -22,6 +29,14 @@ std::string_view Name(Counter counter) {
   return index < kNames.size() ? kNames[index] : std::string_view();
 }
 
+void AddCounts(ServiceStats& sum, const ServiceStats& more) {
+  sum.received += more.received;
+  AddValues(sum.totals, more.totals);
+  for (const auto& [port, values] : more.ports) AddValues(sum.ports[port], values);
+  for (size_t i = 0; i < sum.received_by_thread.size(); ++i)
+    sum.received_by_thread[i] += more.received_by_thread[i];
+}
+
 void PortCounters::Count(uint32_t port, Counter counter, uint64_t by) {
   const std::lock_guard lock(lock_);
   ports_[port][static_cast<size_t>(counter)] += by;
@@ -30,11 +45,8 @@ void PortCounters::Count(uint32_t port, Counter counter, uint64_t by) {
 void PortCounters::AddTo(ServiceStats& stats) const {
   const std::lock_guard lock(lock_);
   for (const auto& [port, values] : ports_) {
-    CounterValues& sum = stats.ports[port];
-    for (size_t i = 0; i < kCounterCount; ++i) {
-      sum[i] += values[i];
-      stats.totals[i] += values[i];
-    }
+    AddValues(stats.ports[port], values);
+    AddValues(stats.totals, values);
   }
 }
 

@@ -70,6 +70,9 @@ struct ServiceStats {
   std::map<uint64_t, uint64_t> reported_drops;
 };
 
+// To a sum of several services, the counts of one: what only a running service has is left alone.
+void AddCounts(ServiceStats& sum, const ServiceStats& more);
+
 // One thread's counters. The thread counts, anybody sums up.
 class PortCounters {
  public:

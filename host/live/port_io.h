@@ -90,6 +90,11 @@ class PortSocket {
   // the next Receive() and before fd() is polled.
   std::span<RxFrame> Receive(size_t budget);
   void Release();
+  // An interface that was deleted takes its port along. Looks whether that has happened, or whether there is
+  // one of that name again, which the port then takes; answers what is new. One thread at a time.
+  enum class Change : uint8_t { kNone, kGone, kBack };
+  Change Follow();
+
   // After an error event: clears and counts it. Otherwise fd() would stay readable for ever.
   void ClearError();
 
@@ -105,13 +110,17 @@ class PortSocket {
     uint16_t tci = 0;
   };
   void Configure(int ifindex);
+  bool Attach(int ifindex);  // promiscuous, and bound to it
   tpacket2_hdr* SlotAt(size_t index) const;
   void TakeSlot(uint8_t* slot, const tpacket2_hdr& header);
   bool TakeBig();
   void Deliver(std::span<uint8_t> bytes, OffloadHeader offload, Tag tag);
 
+  static constexpr size_t kSlotSize = 2048;
+  static constexpr size_t kSlots = 1024;
   const std::string interface_;
   int fd_ = -1;
+  bool gone_ = false;
   uint8_t* ring_ = nullptr;
   size_t next_ = 0;   // slot that the kernel fills next, or has filled
   size_t taken_ = 0;  // slots before it that are not yet given back

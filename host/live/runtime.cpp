@@ -2,14 +2,13 @@
 #include "host/live/runtime.h"
 
 #include <fmt/format.h>
-#include <net/if.h>
 
 #include <algorithm>
 #include <random>
-#include <set>
 #include <utility>
 
 #include "host/error.h"
+#include "host/live/run_checks.h"
 #include "platform/clock.h"
 #include "service/binding_store.h"
 
@@ -20,6 +19,7 @@ using std::chrono::steady_clock;
 
 constexpr auto kLeastSavePause = std::chrono::seconds(1);
 constexpr auto kPauseAfterFailure = std::chrono::seconds(30);
+constexpr auto kLookPause = std::chrono::seconds(1);
 constexpr int kSaveShare = 50;  // saving takes at most this fraction of the time
 
 uint64_t RandomSeed() {
@@ -55,30 +55,12 @@ bool NeedsRestart(const Config& a, const Config& b) {
          a.live.station_age != b.live.station_age || a.live.max_bindings != b.live.max_bindings;
 }
 
-}  // namespace
-
-void CheckPorts(const Config& config) {
-  if (config.ports.empty()) {
-    throw InputError(
-        "no port to run on: give --port INTERFACE, or [[port]] tables in the configuration file");
-  }
-  if (config.ports.size() > kMaxPorts) {
-    throw InputError(fmt::format("{} ports, at most {} are possible", config.ports.size(), kMaxPorts));
-  }
-  std::set<std::string> names;
-  std::set<uint32_t> indexes;
-  for (const PortRecord& port : config.ports) {
-    if (port.name.empty() || port.name.size() >= IFNAMSIZ ||
-        port.name.find_first_of(" /") != std::string::npos) {
-      throw InputError(fmt::format("port {}: \"{}\" is no interface name; set name = \"eth0\" or the like",
-                                   port.index, port.name));
-    }
-    if (!names.insert(port.name).second) throw InputError(fmt::format("port {} is there twice", port.name));
-    if (!indexes.insert(port.index).second) {
-      throw InputError(fmt::format("port {}: index {} belongs to another port", port.name, port.index));
-    }
-  }
+std::string NameOf(const Config& config, uint32_t index) {
+  const auto port = std::ranges::find(config.ports, index, &PortRecord::index);
+  return port == config.ports.end() ? std::string() : port->name;
 }
+
+}  // namespace
 
 Runtime::Runtime(std::string module_path, Config config, LogLine log)
     : module_path_(std::move(module_path)),
@@ -111,6 +93,24 @@ std::vector<LivePort> Runtime::OpenPorts(const Config& config) {
   return ports;
 }
 
+// An interface that is made again under its name, like the tap of a guest that restarts, is the port again.
+void Runtime::FollowPorts() {
+  for (const PortRecord& record : config_.ports) {
+    LivePort& port = ports_.at(record.name);
+    switch (port.socket->Follow()) {
+      case PortSocket::Change::kNone:
+        break;
+      case PortSocket::Change::kGone:
+        log_(
+            fmt::format("port {}: the interface is gone; the port works again when it is back", record.name));
+        break;
+      case PortSocket::Change::kBack:
+        log_(fmt::format("port {}: the interface is back", record.name));
+        break;
+    }
+  }
+}
+
 PlaneParts Runtime::Parts() {
   ++module_starts_;
   return {.module_path = module_path_, .seed = seed_, .budgets = budgets_, .trace = trace_, .log = log_};
@@ -119,6 +119,7 @@ PlaneParts Runtime::Parts() {
 void Runtime::Start() {
   const std::lock_guard lock(mutex_);
   platform::TheClock().UseMachine();
+  CheckBindingsFile(config_.live.bindings);
   LoadBindings();
   plane_ = std::make_unique<Plane>(Parts(), config_, OpenPorts(config_), bindings_);
 }
@@ -143,12 +144,18 @@ bool Runtime::Apply(Config next) {
   const std::lock_guard lock(mutex_);
   CheckPorts(next);
   if (next == config_) return false;
+  const bool other_file = next.live.bindings != config_.live.bindings;
+  if (other_file) CheckBindingsFile(next.live.bindings);
   if (NeedsRestart(config_, next)) {
     Restart(next);
   } else {
     plane_->Configure(config_.module, next.module);
   }
   config_ = std::move(next);
+  if (other_file) {  // it is to hold what is bound now
+    saved_version_ = UINT64_MAX;
+    next_save_ = {};
+  }
   return true;
 }
 
@@ -159,6 +166,7 @@ void Runtime::Restart(const Config& next) {
   std::vector<LivePort> ports = OpenPorts(next);
   plane_->Stop();
   bindings_ = plane_->service().bindings().Snapshot();
+  service::AddCounts(past_, plane_->service().Stats());
   plane_.reset();
   saved_version_ = UINT64_MAX;  // the next table counts its changes from the start again
   try {
@@ -168,6 +176,9 @@ void Runtime::Restart(const Config& next) {
     plane_ = std::make_unique<Plane>(Parts(), config_, std::move(old_ports), bindings_);
     throw;
   }
+  std::erase_if(past_.ports, [&](const auto& entry) {  // an index that is another port now counts from 0
+    return NameOf(config_, entry.first) != NameOf(next, entry.first);
+  });
   for (auto& [name, port] : ports_) {
     const bool kept =
         std::ranges::any_of(next.ports, [&](const PortRecord& record) { return record.name == name; });
@@ -181,6 +192,10 @@ void Runtime::Tick() {
   {
     const std::lock_guard lock(mutex_);
     budgets_.Sample();
+    if (plane_ && now >= next_look_) {
+      FollowPorts();
+      next_look_ = now + kLookPause;
+    }
     save = plane_ && !config_.live.bindings.empty() && now >= next_save_ &&
            plane_->service().bindings().Version() != saved_version_;
   }
@@ -245,6 +260,7 @@ Snapshot Runtime::Take() const {
   snapshot.module_starts = module_starts_;
   snapshot.pool = platform::Packets().Stats();
   TakePorts(snapshot);
+  service::AddCounts(snapshot.service, past_);
   if (plane_) TakePlane(snapshot);
   return snapshot;
 }
@@ -269,7 +285,9 @@ void Runtime::TakePlane(Snapshot& snapshot) const {
     snapshot.stats[i] =
         std::atomic_ref(const_cast<uint64_t&>(plane_->module().stats[i])).load(std::memory_order_relaxed);
   }
-  snapshot.service = plane_->service().Stats();
+  const service::ServiceStats now = plane_->service().Stats();
+  service::AddCounts(snapshot.service, now);
+  snapshot.service.leases = now.leases;
   snapshot.binding_stats = plane_->service().bindings().Stats();
   snapshot.bindings = plane_->service().bindings().size();
   snapshot.stations = plane_->fabric().l2().stations().Stations(MonotonicSeconds()).size();

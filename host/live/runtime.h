@@ -16,9 +16,6 @@
 
 namespace vex::host::live {
 
-// Ports that make sense on Linux, and not too many. Throws InputError.
-void CheckPorts(const Config& config);
-
 class Runtime {
  public:
   // Opens the ports; nothing runs before Start(), so rights can be given up in between.
@@ -30,7 +27,9 @@ class Runtime {
   void Start();  // throws InputError
   // Wholly or not at all: throws InputError and goes on as before. Answers whether anything changed.
   bool Apply(Config next);
-  void Tick();  // a few times per second: samples budgets, saves bindings when it is time
+  // A few times per second: samples budgets, follows ports that went and came, saves bindings when it is
+  // time.
+  void Tick();
   // Ends the plane. The snapshot after it is the closing one.
   void Stop();
 
@@ -45,6 +44,7 @@ class Runtime {
   std::vector<LivePort> OpenPorts(const Config& config);
   void LoadBindings();
   void Restart(const Config& next);
+  void FollowPorts();
   void TakePorts(Snapshot& snapshot) const;
   void TakePlane(Snapshot& snapshot) const;
   PlaneParts Parts();
@@ -61,10 +61,12 @@ class Runtime {
   // By interface. A port that the configuration no longer has keeps its counters and no socket.
   std::map<std::string, LivePort> ports_;
   std::vector<service::Binding> bindings_;  // while no plane holds them
+  service::ServiceStats past_;              // counts of the services of former planes
   std::unique_ptr<Plane> plane_;
   uint64_t module_starts_ = 0;
   uint64_t saved_version_ = 0;
   std::chrono::steady_clock::time_point next_save_;
+  std::chrono::steady_clock::time_point next_look_;  // at the ports
 };
 
 }  // namespace vex::host::live
