@@ -4,6 +4,8 @@
 
 #include <fmt/format.h>
 
+#include <utility>
+
 namespace vex::service {
 
 std::string Notice::Text() const {
@@ -33,17 +35,18 @@ std::string Notice::Text() const {
 
 bool NoticeLimiter::Admit(Notice& notice) {
   constexpr int64_t kSecond = 1'000'000'000;
-  const uint64_t key = uint64_t{static_cast<uint8_t>(notice.kind)} << 32 | notice.port;
+  const uint64_t key =
+      uint64_t{static_cast<uint8_t>(notice.kind)} << 33 | uint64_t{notice.server.v6} << 32 | notice.port;
   if (states_.size() >= kMaxStates && !states_.contains(key)) states_.clear();
-  const auto [found, first] = states_.try_emplace(key, State{notice.time_ns, 0});
-  State& state = found->second;
-  const bool recent = notice.time_ns >= state.last_ns && notice.time_ns - state.last_ns < kSecond;
-  if (!first && recent) {
+  State& state = states_.try_emplace(key, State{notice.time_ns, 0, 0}).first->second;
+  const bool recent = notice.time_ns >= state.since_ns && notice.time_ns - state.since_ns < kSecond;
+  if (!recent) state = {notice.time_ns, 0, state.suppressed};
+  if (state.admitted == kPerSecond) {
     ++state.suppressed;
     return false;
   }
-  notice.suppressed = state.suppressed;
-  state = {notice.time_ns, 0};
+  ++state.admitted;
+  notice.suppressed = std::exchange(state.suppressed, 0);
   return true;
 }
 

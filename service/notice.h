@@ -26,8 +26,8 @@ struct Notice {
 
 using NoticeSink = std::function<void(const Notice&)>;  // called on service threads, several at once
 
-// At most one notice per second, kind and port, so that a flood does not become a flood of log lines. One
-// thread.
+// At most kPerSecond notices per second, kind, IP version and port: a few senders are all named, and a flood
+// does not become a flood of log lines. One thread.
 class NoticeLimiter {
  public:
   // True: log it, with `suppressed` filled in. False: counted as suppressed.
@@ -35,9 +35,11 @@ class NoticeLimiter {
 
  private:
   struct State {
-    int64_t last_ns;
+    int64_t since_ns;  // when the second began
+    uint32_t admitted;
     uint32_t suppressed;
   };
+  static constexpr uint32_t kPerSecond = 10;
   static constexpr size_t kMaxStates = 4096;
   std::unordered_map<uint64_t, State> states_;
 };
