@@ -1,5 +1,7 @@
 // cli_run.cpp - "vexhost run": a DHCP-snooping switch on Linux ports.
 // In:  the options. Out: what host/live/run.h does with them.
+#include <fmt/format.h>
+
 #include "host/cli.h"
 #include "host/live/run.h"
 
@@ -12,6 +14,10 @@ void AddRunCommand(CLI::App& app, Action& action) {
                  "interface, with trusted, management, peer-link, vlan=N, index=N, cause=N")
       ->option_text("NAME[:OPTION,...]");
   AddModuleOptions(run, options->module);
+  run.get_option("--switches")
+      ->description(fmt::format(
+          "the sixteen switches as a bitmap, bit 0 is v4_req (default {:#x}; 0x7fff with --config)",
+          live::kLiveSwitches));
   run.add_option("--bindings", options->bindings, "file that keeps the bindings over a restart")
       ->option_text("FILE");
   run.add_option("--socket", options->socket,

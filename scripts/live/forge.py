@@ -34,6 +34,18 @@ def _bootp(op, xid, chaddr, yiaddr, options):
     return fixed + b"\x63\x82\x53\x63" + options + b"\xff"
 
 
+def _udp6(source_mac, target_mac, source, target, source_port, target_port, payload):
+    ends = socket.inet_pton(socket.AF_INET6, source) + socket.inet_pton(socket.AF_INET6, target)
+    udp = struct.pack("!HHHH", source_port, target_port, 8 + len(payload), 0) + payload
+    checksum = _checksum(ends + struct.pack("!IHBB", len(udp), 0, 0, 17) + udp) or 0xFFFF
+    udp = udp[:6] + struct.pack("!H", checksum) + udp[8:]
+    return target_mac + source_mac + b"\x86\xdd" + struct.pack("!IHBB", 0x60000000, len(udp), 17, 64) + ends + udp
+
+
+def _option6(code, data):
+    return struct.pack("!HH", code, len(data)) + data
+
+
 def mac(number, prefix=0x0273):
     return struct.pack("!HI", prefix, number)
 
@@ -48,6 +60,17 @@ def offer(server, number, kind=2):
     options = bytes((0x35, 1, kind)) + b"\x36\x04" + socket.inet_aton(server) + b"\x33\x04\x00\x00\x0e\x10"
     return _udp4(mac(number, 0x0266), server, "255.255.255.255", 67, 68,
                  _bootp(2, 0x66000000 + number, mac(number), "10.66.0.%d" % (number % 250), options))
+
+
+def solicit(number):
+    message = struct.pack("!I", 1 << 24 | number) + _option6(1, b"\0\x03\0\x01" + mac(number))
+    return _udp6(mac(number), b"\x33\x33\0\x01\0\x02", "fe80::73:%x" % number, "ff02::1:2", 546, 547, message)
+
+
+def advertise(server, number):
+    message = struct.pack("!I", 2 << 24 | number) + _option6(1, b"\0\x03\0\x01" + mac(number))
+    message += _option6(2, b"\0\x03\0\x01" + mac(0, 0x0266))
+    return _udp6(mac(0, 0x0266), mac(number), server, "fe80::73:%x" % number, 547, 546, message)
 
 
 def send(lab, namespace, interface, frames, per_second=0):

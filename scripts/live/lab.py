@@ -183,8 +183,8 @@ class Lab:
 
     # ---- the switch ----
 
-    def switch(self, namespace, ports, *options, name="vexhost"):
-        command = [self.vexhost, "run", "--socket", self.path(name + ".sock")]
+    def switch(self, namespace, ports, *options, name="vexhost", prefix=()):
+        command = list(prefix) + [self.vexhost, "run", "--socket", self.path(name + ".sock")]
         for port in ports:
             command += ["--port", port]
         process = self.start(namespace, command + list(options), name)
