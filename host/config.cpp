@@ -140,16 +140,42 @@ class Walk {
   Problems& problems_;
 };
 
+// Behind the comment or string that starts here; `at` itself where none does.
+size_t BehindText(std::string_view toml, size_t at) {
+  const char quote = toml[at];
+  if (quote == '#') return std::min(toml.find('\n', at), toml.size());
+  if (quote != '"' && quote != '\'') return at;
+  const auto tripled = [&](size_t from) { return toml.substr(from, 3) == std::string(3, quote); };
+  const bool long_string = tripled(at);
+  for (at += long_string ? 3 : 1; at < toml.size(); ++at) {
+    if (toml[at] == '\\' && quote == '"') {
+      ++at;
+    } else if (long_string ? tripled(at) : toml[at] == quote || toml[at] == '\n') {
+      // Up to two quotes in front of the closing three belong to the text.
+      const size_t last = toml.find_first_not_of(quote, at);
+      return long_string ? std::min({last, at + 5, toml.size()}) : at + 1;
+    }
+  }
+  return toml.size();
+}
+
 // The parser recurses once per part of a dotted key; a hostile file must not reach the end of the stack.
-void RefuseDeepKeys(std::string_view text, const std::string& name) {
-  size_t line = 1, column = 1, dots = 0;
-  for (const char c : text) {
-    if (c == '\n' || c == '=' || c == '#' || c == '"' || c == '\'' || c == ',') dots = 0;
-    if (c == '.' && ++dots >= kMaxKeyParts)
-      throw InputError(
-          fmt::format("{}:{}:{}: a key of more than {} parts", name, line, column, kMaxKeyParts));
-    column = c == '\n' ? 1 : column + 1;
-    line += c == '\n' ? 1 : 0;
+void RefuseDeepKeys(std::string_view toml, const std::string& name) {
+  constexpr std::string_view kBetweenKeys = "\n=,[]{}";
+  size_t dots = 0;
+  for (size_t at = 0; at < toml.size();) {
+    if (const size_t behind = BehindText(toml, at); behind != at) {
+      at = behind;
+      continue;
+    }
+    if (kBetweenKeys.find(toml[at]) != std::string_view::npos) dots = 0;
+    if (toml[at] == '.' && ++dots >= kMaxKeyParts) {
+      const std::string_view before = toml.substr(0, at);
+      throw InputError(fmt::format("{}:{}:{}: a key of more than {} parts", name,
+                                   std::count(before.begin(), before.end(), '\n') + 1,
+                                   at - (before.rfind('\n') + 1) + 1, kMaxKeyParts));
+    }
+    ++at;
   }
 }
 

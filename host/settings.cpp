@@ -301,9 +301,12 @@ size_t EditDistance(std::string_view a, std::string_view b) {
 }
 
 std::string_view Nearest(std::string_view word, std::span<const std::string_view> candidates) {
-  const auto best = std::min_element(candidates.begin(), candidates.end(), [&](auto a, auto b) {
-    return EditDistance(word, a) < EditDistance(word, b);
-  });
+  // A name cut short or written on is nearer than one of equal length and other letters.
+  const auto distance = [word](std::string_view name) {
+    const bool begins = !word.empty() && (name.starts_with(word) || word.starts_with(name));
+    return std::pair(!begins, EditDistance(word, name));
+  };
+  const auto best = std::ranges::min_element(candidates, {}, distance);
   return best == candidates.end() ? std::string_view{} : *best;
 }
 

@@ -57,7 +57,8 @@ std::optional<KeyRange> KeysOf(std::string_view prefix);
 // "0 to 65535 (packets per second, 5000: no limit)"
 std::string AllowedText(const Setting& setting);
 
-// The candidate with the smallest edit distance; "" when there are no candidates.
+// The candidate that begins alike, else the one with the smallest edit distance; "" when there are no
+// candidates.
 std::string_view Nearest(std::string_view word, std::span<const std::string_view> candidates);
 size_t EditDistance(std::string_view a, std::string_view b);
 

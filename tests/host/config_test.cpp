@@ -83,6 +83,29 @@ mac = "02:00:00:00:00:0c"
   EXPECT_EQ(config.ports[1].name, "port 1");
 }
 
+TEST(Config, DotsInCommentsAndTextAreNoParts) {
+  const Config config = ParseConfig(R"(# limits .................... below
+board = 9 # "............................
+[[port]]
+index = 1
+name = "a\"....................'z"
+[[port]]
+index = 2
+name = '''
+#...................."""
+x............................''''
+[[port]]
+index = 3
+name = 'c\' # .....................
+)",
+                                    "f.toml");
+  ASSERT_EQ(config.ports.size(), 3u);
+  EXPECT_EQ(config.board, 9u);
+  EXPECT_EQ(config.ports[0].name, "a\"....................'z");
+  EXPECT_TRUE(config.ports[1].name.ends_with("....'"));
+  EXPECT_EQ(config.ports[2].name, "c\\");
+}
+
 TEST(Config, EveryMistakeIsOneLineWithPlaceRangeAndNearestKey) {
   constexpr struct {
     const char* toml;
@@ -107,6 +130,7 @@ TEST(Config, EveryMistakeIsOneLineWithPlaceRangeAndNearestKey) {
       {"board = 1.0",
        "f.toml:1:9: board: a decimal number where a whole number 0 to 4294967295 (board type that the "
        "platform reports) is expected"},
+      {"degrade = 300", R"(f.toml:1:1: unknown key "degrade", the nearest valid key is "degrade_rate")"},
       {"[switches]\nsw2 = 1", "f.toml:2:7: switches.sw2: a whole number where true or false is expected"},
       {"snooping.interface.1.trusted = 'yes'",
        "f.toml:1:32: snooping.interface.1.trusted: a string where true, false or 0 to 4294967295 (any "
@@ -141,6 +165,9 @@ TEST(Config, EveryMistakeIsOneLineWithPlaceRangeAndNearestKey) {
       {"board = 1\nboard = 4", "f.toml:2:9: Error while parsing key-value pair: cannot redefine"},
       {"board = ", "f.toml:1:9: "},
       {"x.x.x.x.x.x.x.x.x.x.x.x.x.x.x.x.x = 1", "f.toml:1:32: a key of more than 16 parts"},
+      {R"(x."x".'x'."x".x.x.x.x.x.x.x.x.x.x.x.x.x = 1)", "f.toml:1:38: a key of more than 16 parts"},
+      {"a = ['''x''''', {x.x.x.x.x.x.x.x.x.x.x.x.x.x.x.x.x = 1}]",
+       "f.toml:1:49: a key of more than 16 parts"},
       {"zz = 1\nboard = 'x'\naa = 1", R"(f.toml:1:1: unknown key "zz")"},
       {"\"a\\nb\" = 1", R"(f.toml:1:1: unknown key "a\x0ab")"},
   };
@@ -155,12 +182,15 @@ TEST(Config, EveryMistakeIsOneLineWithPlaceRangeAndNearestKey) {
 TEST(Config, AnyBytesGiveAnErrorOrAConfiguration) {
   std::string deep = "a = ";
   deep.append(100000, '[');
-  std::string dotted;
-  for (int i = 0; i < 100000; ++i) dotted += "a.";
+  std::string dotted, quoted;
+  for (int i = 0; i < 100000; ++i) {
+    dotted += "a.";
+    quoted += "'a'.";
+  }
   std::string tables;
   for (int i = 0; i < 15; ++i) tables += "{a=";
-  for (const std::string& text :
-       {deep, dotted + "a = 1", "a = " + tables, std::string("\0\xff\xfe", 3), "[" + dotted + "a]"})
+  for (const std::string& text : {deep, dotted + "a = 1", quoted + "a = 1", "[" + quoted + "a]",
+                                  "a = " + tables, std::string("\0\xff\xfe", 3), "[" + dotted + "a]"})
     EXPECT_NE(ErrorOf(text), "no error");
 }
 
