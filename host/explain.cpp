@@ -19,6 +19,16 @@ namespace {
 
 constexpr size_t kHeadBytes = 96;
 
+std::string ObstacleOf(const HeldFrame& held) {
+  if (held.presentable) return {};
+  if (held.frame.link_type != kLinkTypeEthernet)
+    return fmt::format("link type {} is not Ethernet", held.frame.link_type);
+  const uint64_t length = held.frame.captured_length;
+  if (held.frame.bytes.size() != length || !platform::Packets().Fits(length))
+    return fmt::format("{} bytes do not fit a packet buffer", length);
+  return "the module is inactive on this board";
+}
+
 class Teller {
  public:
   Teller(platform::Module& module, const Config& config) : module_(module), config_(config), view_(module) {}
@@ -26,6 +36,7 @@ class Teller {
   void Tell(const HeldFrame& held) {
     Describe(held);
     story_.presentable = held.presentable;
+    story_.obstacle = ObstacleOf(held);
     told_ = true;
     if (!held.presentable) {
       story_.outcome = OutcomeOf(held.present(false));
@@ -58,6 +69,7 @@ class Teller {
     story_.original_length = held.frame.original_length;
     const auto head = held.frame.bytes.first(std::min(held.frame.bytes.size(), kHeadBytes));
     story_.head.assign(head.begin(), head.end());
+    story_.link_type = held.frame.link_type;
     story_.parsed = held.parsed;
     story_.port = held.port;
   }

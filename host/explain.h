@@ -50,6 +50,8 @@ struct Story {
   ParsedFrame parsed;
   PortRecord port;
   bool presentable = true;
+  std::string obstacle;  // why it cannot be presented
+  uint32_t link_type = kLinkTypeEthernet;
   std::vector<Answer> answers;
   std::vector<ClientKey> keys;  // none, one, or more when the module's answers fit several
   std::vector<BudgetStep> budgets;

@@ -133,9 +133,12 @@ std::vector<Probe::Change> Probe::Changes() {
     AddSetting(changes, fmt::format("switches.{}", service::kSwitchNames[number]), on ? 0 : 1,
                on ? "off" : "on");
   }
+  // A frame with a priority tag, assigned by VLAN, is of port 0, which has no settings.
+  const bool port_has_settings = held_.port.index >= kPortIndexRange.min;
   for (const uint32_t version : {4U, 6U}) {
-    AddSetting(changes, fmt::format("snooping.interface.{}.v{}.rate", held_.port.index, version), kNoRate,
-               "no limit");
+    if (port_has_settings)
+      AddSetting(changes, fmt::format("snooping.interface.{}.v{}.rate", held_.port.index, version), kNoRate,
+                 "no limit");
     if (const uint32_t vlan = held_.parsed.vlan_id(); config_.module.vlans.contains(vlan))
       AddSetting(changes, fmt::format("snooping.vlan.{}.v{}.rate", vlan, version), kNoRate, "no limit");
     AddSetting(changes, fmt::format("snooping.global.v{}.rate", version), kNoRate, "no limit");

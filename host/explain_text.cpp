@@ -17,7 +17,8 @@ std::string Mac(const MacAddress& mac) { return fmt::format("{:02x}", fmt::join(
 
 std::string Names(const ScopeList& scopes) {
   std::vector<std::string> names;
-  for (const Scope& scope : scopes) names.push_back(ScopeName(scope));
+  for (const Scope& scope : scopes)
+    names.push_back(scope.kind == ScopeKind::kPeerLinkOff ? "switch mlag_peerlink is off" : ScopeName(scope));
   return fmt::to_string(fmt::join(names, ", "));
 }
 
@@ -28,13 +29,16 @@ std::string Channels(uint16_t mask) {
 }
 
 std::string Fate(const Outcome& o) {
-  if (o.verdict == Verdict::kNotPresented)
-    return "not presented: too large for a packet, of another link type, or the module is inactive";
+  if (o.verdict == Verdict::kNotPresented) return "not presented";
   if (o.pkt_type == kPktTypeNone) return "not wanted";
   if (o.refused != Refusal::kNone)
     return fmt::format("refused by the {} gate: {}", Name(o.refused), Names(o.refused_by));
   if (o.delivered != 0) return fmt::format("{} on {}", o.taken ? "taken" : "copied", Channels(o.delivered));
   return fmt::format("wanted, but delivered nowhere ({})", Name(o.verdict));
+}
+
+std::string Fate(const Story& s) {
+  return s.obstacle.empty() ? Fate(s.outcome) : fmt::format("{}: {}", Fate(s.outcome), s.obstacle);
 }
 
 std::string Consequence(const Outcome& o) {
@@ -77,6 +81,10 @@ std::string Reason(const Story& story) {
 
 void AddPlane(const Story& s, std::string& text) {
   const auto& p = s.parsed;
+  if (s.link_type != kLinkTypeEthernet) {
+    text += fmt::format("data plane  port {}, link type {}: not parsed\n", s.port.index, s.link_type);
+    return;
+  }
   text += fmt::format("data plane  port {} \"{}\"{}{}, {}\n", s.port.index, s.port.name,
                       s.port.management ? ", management" : "", s.port.peer_link ? ", peer-link" : "",
                       p.tags == 0 ? "untagged" : fmt::format("VLAN {}", p.vlan_id()));
@@ -129,12 +137,13 @@ void AddChannel(const Story& s, std::string& text) {
 
 void AddWhatIf(const Story& s, std::string& text) {
   if (s.what_if.empty()) {
-    text += fmt::format("no one of {} settings would have changed this\n", s.settings_tried);
+    text += fmt::format("none of the {} settings tried would have changed this\n", s.settings_tried);
     return;
   }
   text += "what would have changed it\n";
   for (const WhatIf& what : s.what_if)
-    text += fmt::format("  {:<44} {}\n", fmt::format("{} {}", what.setting, what.change), Fate(what.outcome));
+    text +=
+        fmt::format("  {:<51}  {}\n", fmt::format("{} {}", what.setting, what.change), Fate(what.outcome));
 }
 
 void AddBytes(const Story& s, std::string& text) {
@@ -149,7 +158,7 @@ void AddBytes(const Story& s, std::string& text) {
 std::string FormatStory(const Story& s, int depth) {
   std::string text =
       fmt::format("frame {} of {}, {}.{:09}", s.number, s.file, s.time.seconds, s.time.nanoseconds);
-  if (depth <= 1) return fmt::format("{}, port {}: {}\n", text, s.port.index, Fate(s.outcome));
+  if (depth <= 1) return fmt::format("{}, port {}: {}\n", text, s.port.index, Fate(s));
   text += fmt::format(
       ", {} bytes{}\n", s.captured_length,
       s.original_length > s.captured_length ? fmt::format(" of {} captured", s.original_length) : "");
@@ -158,7 +167,7 @@ std::string FormatStory(const Story& s, int depth) {
   if (s.need) AddClassification(s, depth, text);
   if (s.presentable) AddBudgets(s, text);
   AddChannel(s, text);
-  text += fmt::format("outcome     {}\n            {}\n", Fate(s.outcome), Consequence(s.outcome));
+  text += fmt::format("outcome     {}\n            {}\n", Fate(s), Consequence(s.outcome));
   if (depth >= 3) {
     text += s.trace.empty() ? "trace       the module wrote nothing about this packet\n" : "trace\n";
     for (const std::string& line : s.trace) text += fmt::format("  {}\n", line);

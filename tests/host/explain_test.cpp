@@ -60,8 +60,18 @@ TEST_F(ExplainTest, AFrameThatCannotBePresentedHasAStoryToo) {
   const Story story = Tell(1);
   EXPECT_FALSE(story.presentable);
   EXPECT_TRUE(story.what_if.empty());
-  EXPECT_NE(FormatStory(story, 3).find("not presented"), std::string::npos);
+  EXPECT_NE(FormatStory(story, 3).find("not presented: 9217 bytes do not fit a packet buffer"),
+            std::string::npos);
   EXPECT_THROW(Tell(2), InputError);
+}
+
+TEST_F(ExplainTest, APriorityTagIsVlanZeroAndAPortWithoutSettings) {
+  options.port_by = PortBy::kVlan;
+  Add(10, Dhcp4Request(1, {{0x8100, 0x2000}}));
+  const Story story = Tell(1);
+  EXPECT_EQ(story.port.index, 0u);
+  EXPECT_EQ(story.outcome.verdict, Verdict::kTaken);
+  EXPECT_NE(story.settings_tried, 0u);
 }
 
 TEST(InFork, AnswersWhatTheChildAnsweredAndNoticesADeadOne) {
