@@ -5,7 +5,9 @@
 
 #include <fmt/format.h>
 
+#include <algorithm>
 #include <array>
+#include <functional>
 #include <numeric>
 
 #include "host/table.h"
@@ -121,8 +123,25 @@ Lines Statistics(const ReplayTotals& totals) {
   return lines;
 }
 
+// The module spreads clients over 1 to 4 instances and knows none with any other number.
+std::string InstanceCount(uint32_t number) {
+  if (number == 1) return "1 instance";
+  const bool spread = number >= 1 && number <= service::kMaxInstances;
+  return fmt::format("{} instances{}", number, spread ? "" : " (as if one: clients are not spread)");
+}
+
 std::string ScopeLabel(const Scope& scope) {
   return scope.version == 0 ? ScopeName(scope) : fmt::format("{} v{}", ScopeName(scope), scope.version);
+}
+
+// What refused most, in the order of the totals: a limit that bites is not hidden behind idle ones.
+std::vector<const ScopeTally*> ShownScopes(const std::vector<ScopeTally>& scopes) {
+  std::vector<const ScopeTally*> shown;
+  for (const ScopeTally& tally : scopes) shown.push_back(&tally);
+  std::ranges::stable_sort(shown, std::greater(), [](const ScopeTally* tally) { return tally->refused; });
+  shown.resize(std::min(shown.size(), kMaxScopeRows));
+  std::ranges::sort(shown);
+  return shown;
 }
 
 Lines Scopes(const ReplayTotals& totals) {
@@ -130,9 +149,8 @@ Lines Scopes(const ReplayTotals& totals) {
               {"", "limit/s", "offered", "passed", "refused", "worst second", "reported", "pending"},
               {Align::kLeft, Align::kRight, Align::kRight, Align::kRight, Align::kRight, Align::kRight,
                Align::kRight, Align::kRight});
-  size_t shown = 0;
-  for (const ScopeTally& tally : totals.scopes) {
-    if (shown++ == kMaxScopeRows) break;
+  for (const ScopeTally* shown : ShownScopes(totals.scopes)) {
+    const ScopeTally& tally = *shown;
     const bool off = tally.scope.kind == ScopeKind::kPeerLinkOff;
     table.Row(
         {ScopeLabel(tally.scope), off ? "" : Number(tally.limit), Number(tally.offered), Number(tally.passed),
@@ -143,7 +161,12 @@ Lines Scopes(const ReplayTotals& totals) {
   if (table.empty()) return {};
   Lines lines = table.Lines();
   if (totals.scopes.size() > kMaxScopeRows)
-    lines.push_back(fmt::format("  and {} more, see --json", totals.scopes.size() - kMaxScopeRows));
+    lines.push_back(
+        fmt::format("  and {} more, none refused more; see --json", totals.scopes.size() - kMaxScopeRows));
+  if (std::ranges::any_of(totals.scopes, [](const ScopeTally& tally) {
+        return tally.Balanced() && tally.refused > tally.reported + tally.pending + tally.lost;
+      }))
+    lines.emplace_back("  reported and pending are the module's own counts, of 16 bits: modulo 65536");
   for (const ScopeTally& tally : totals.scopes)
     if (!tally.Balanced())
       lines.push_back(
@@ -176,8 +199,7 @@ std::string FormatIdentity(const ReplayTotals& t) {
 
 std::string FormatReport(const ReportHead& head, const ReplayTotals& totals) {
   Lines lines = {fmt::format("{}: {} frames, {}, configuration {}", head.source, totals.frames,
-                             head.instances == 1 ? "1 instance" : fmt::format("{} instances", head.instances),
-                             head.config.empty() ? "default" : head.config)};
+                             InstanceCount(head.instances), head.config.empty() ? "default" : head.config)};
   const auto append = [&lines](const Lines& block) {
     if (block.empty()) return;
     lines.emplace_back();
