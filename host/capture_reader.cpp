@@ -9,7 +9,9 @@
 
 namespace vex::host {
 
-std::string CaptureError::Message() const { return fmt::format("{}: byte {}: {}", file, offset, what); }
+std::string CaptureError::Message() const {
+  return offset == 0 ? fmt::format("{}: {}", file, what) : fmt::format("{}: byte {}: {}", file, offset, what);
+}
 
 bool FrameBytes::FirstPart(FileWindow& window, size_t skip, uint64_t length, Frame& frame) {
   const auto part = static_cast<size_t>(std::min<uint64_t>(length, CaptureReader::kFirstPartBytes));

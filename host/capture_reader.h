@@ -33,7 +33,7 @@ struct CaptureError {
   std::string file;
   uint64_t offset = 0;  // of the record or block that cannot be read, from the start of the file
   std::string what;
-  std::string Message() const;  // "file: byte offset: what"
+  std::string Message() const;  // "file: byte offset: what"; at the start of the file without the offset
 };
 
 class CaptureReader {

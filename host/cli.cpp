@@ -44,6 +44,8 @@ std::vector<std::string> NamesOf(const CLI::App& app) {
 std::string UnknownArgument(const CLI::App& app, std::string_view argument) {
   const auto names = NamesOf(app);
   const std::vector<std::string_view> candidates(names.begin(), names.end());
+  if (app.get_parent() != nullptr && !argument.starts_with('-'))
+    return fmt::format("\"{}\" is an argument too many", argument);
   const std::string_view word = argument.substr(0, argument.find('='));
   return fmt::format("unknown {} \"{}\", the nearest is {}", word.starts_with('-') ? "option" : "command",
                      word, Nearest(word, candidates));

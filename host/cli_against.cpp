@@ -92,7 +92,7 @@ int ReplayAgainst(const ReplayCommand& command) {
   progress.Clear();
   if (command.json) {
     fmt::print("{}", CompareSummaryJson(sums));
-  } else if (!command.quiet) {
+  } else if (!command.quiet && (sums.frames != 0 || sums.a.errors.empty())) {
     const std::string source =
         command.files.size() == 1 ? command.files.front() : fmt::format("{} files", command.files.size());
     fmt::print("{}", FormatComparison({source, a.name, b.name}, sums, list));

@@ -54,9 +54,9 @@ std::unique_ptr<RefusedWriter> OpenRefused(const ReplayCommand& command) {
 
 int Replay(const ReplayCommand& command) {
   if (!command.against.empty()) return ReplayAgainst(command);
-  const auto refused = OpenRefused(command);
   const Config config = ConfigOf(command.module);
   Session session(ModulePath(command.module), config);
+  const auto refused = OpenRefused(command);
   if (!session.active())
     fmt::print(stderr, "vexhost: the module stays inactive on board {}: no frame is presented\n",
                config.board);
