@@ -144,7 +144,7 @@ bool Outgoing::Build(std::span<const uint8_t> frame, const OffloadHeader& offloa
   const size_t rest = kMacsSize + (removes ? kTagSize : 0);
   if (frame.size() < rest) return false;
   auto* const bytes = const_cast<uint8_t*>(frame.data());  // sending reads only
-  offload_ = inserts == removes ? offload : Shifted(offload, inserts ? kTagSize : -int{kTagSize});
+  offload_ = inserts == removes ? offload : Shifted(offload, inserts ? int{kTagSize} : -int{kTagSize});
   parts_[0] = {&offload_, sizeof offload_};
   parts_[1] = {bytes, kMacsSize};
   count_ = 2;

@@ -179,10 +179,9 @@ void Runtime::Restart(const Config& next) {
   std::erase_if(past_.ports, [&](const auto& entry) {  // an index that is another port now counts from 0
     return NameOf(config_, entry.first) != NameOf(next, entry.first);
   });
-  for (auto& [name, port] : ports_) {
-    const bool kept =
-        std::ranges::any_of(next.ports, [&](const PortRecord& record) { return record.name == name; });
-    if (!kept) port.socket.reset();
+  for (auto& entry : ports_) {
+    const bool kept = std::ranges::count(next.ports, entry.first, &PortRecord::name) != 0;
+    if (!kept) entry.second.socket.reset();
   }
 }
 
