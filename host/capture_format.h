@@ -70,9 +70,9 @@ class CaptureFormat {
 
  protected:
   explicit CaptureFormat(FileWindow& window) : window_(window) {}
-  ReadStep Fail(uint64_t offset, std::string what) {
+  ReadStep Fail(uint64_t offset, const std::string& what) {
     failure_offset_ = offset;
-    failure_ = window_.failure().empty() ? std::move(what) : window_.failure();
+    failure_ = window_.failure().empty() ? what : window_.failure();
     return ReadStep::kFailed;
   }
   // The end of the file where a record would start, or a record cut inside its first bytes.

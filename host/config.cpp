@@ -228,7 +228,7 @@ void ApplyOverrides(const ConfigOverrides& overrides, Config& config) {
 
 // ---- What the readers share ----------------------------------------------------------------------------
 
-void Problems::Add(const toml::source_region& where, std::string text) {
+void Problems::Add(const toml::source_region& where, const std::string& text) {
   if (!text_.empty() && !(where.begin < first_)) return;
   first_ = where.begin;
   text_ = OneLine(text);

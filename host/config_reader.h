@@ -18,7 +18,7 @@ namespace vex::host {
 
 class Problems {
  public:
-  void Add(const toml::source_region& where, std::string text);
+  void Add(const toml::source_region& where, const std::string& text);
   // Throws InputError "file:line:column: text" for the first problem in the file, if there is any.
   void ThrowFirst(const std::string& file) const;
   bool empty() const { return text_.empty(); }

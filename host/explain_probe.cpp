@@ -83,7 +83,7 @@ std::vector<uint8_t> InFork(const std::function<std::vector<uint8_t>()>& work) {
     close(ends[0]);
     throw InputError(fmt::format("explain: no process for an experiment: {}", std::strerror(errno)));
   }
-  const std::vector<uint8_t> bytes = ReadAll(ends[0]);
+  std::vector<uint8_t> bytes = ReadAll(ends[0]);
   close(ends[0]);
   int status = 0;
   while (waitpid(child, &status, 0) < 0 && errno == EINTR) continue;

@@ -19,9 +19,9 @@ uint64_t Key(const MacAddress& mac) {
 
 }  // namespace
 
-PortTable::PortTable(std::vector<PortRecord> configured, PortBy by) : by_(by), recent_(kRecentPorts) {
-  for (PortRecord& record : configured) {
-    const auto [at, fresh] = ports_.try_emplace(record.index, std::move(record));
+PortTable::PortTable(const std::vector<PortRecord>& configured, PortBy by) : by_(by), recent_(kRecentPorts) {
+  for (const PortRecord& record : configured) {
+    const auto [at, fresh] = ports_.try_emplace(record.index, record);
     if (!fresh) continue;  // the configuration refuses two ports of one index
     const PortRecord& port = at->second;
     if (port.capture_interface) by_interface_.try_emplace(*port.capture_interface, &port);

@@ -37,7 +37,7 @@ class PortTable {
   // memory.
   static constexpr size_t kMaxLearned = 65536;
 
-  PortTable(std::vector<PortRecord> configured, PortBy by);
+  PortTable(const std::vector<PortRecord>& configured, PortBy by);
 
   // The port the frame entered; the reference stays good for the life of the table.
   const PortRecord& Assign(const Frame& frame, const ParsedFrame& parsed);

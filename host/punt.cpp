@@ -50,7 +50,7 @@ Punted Punt(const ModuleView& view, platform::PacketPtr packet) {
   const uint32_t verdict = platform::Hooks().Call(platform::HookTable::kHostPacketPoint, packet.get());
   result.accepted = view.stats[kAcceptedPackets] != before;
   if (verdict == kHookTaken) {
-    packet.release();  // a channel owns it, or it has been freed
+    static_cast<void>(packet.release());  // a channel owns it, or it has been freed
     result.verdict = Verdict::kTaken;
   } else if (verdict == kHookTakeFailed) {
     result.verdict = Verdict::kTakeFailed;

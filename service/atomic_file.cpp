@@ -49,7 +49,7 @@ std::string SyncDirectory(FileOps& ops, const std::string& path) {
   const std::string directory = slash == std::string::npos ? "." : path.substr(0, slash + 1);
   const int fd = ops.Open(directory.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC, 0);
   if (fd < 0) return Failed("open", directory);
-  const std::string error = ops.Sync(fd) == 0 ? "" : Failed("fsync", directory);
+  std::string error = ops.Sync(fd) == 0 ? "" : Failed("fsync", directory);
   ops.Close(fd);
   return error;
 }

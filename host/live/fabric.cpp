@@ -31,7 +31,8 @@ std::optional<uint16_t> OuterTag(const ParsedFrame& parsed) {
 
 Fabric::Fabric(std::vector<LivePort> ports, L2Switch::Limits limits, uint64_t seed)
     : ports_(std::move(ports)), l2_(RecordsOf(ports_), limits, seed) {
-  for (uint16_t at = 0; at < ports_.size(); ++at) by_index_.emplace(ports_[at].record.index, at);
+  uint16_t at = 0;
+  for (const LivePort& port : ports_) by_index_.emplace(port.record.index, at++);
 }
 
 const LivePort* Fabric::Find(uint32_t index) const {

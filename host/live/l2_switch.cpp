@@ -52,8 +52,10 @@ void L2Switch::Find(const ParsedFrame& parsed, uint16_t port, uint32_t now, Rout
       return;
     }
   }
-  for (uint16_t other = 0; other < ports_.size(); ++other) {
-    if (other != port && !ports_[other].management) route.ports.push_back(other);
+  uint16_t other = 0;
+  for (const PortRecord& record : ports_) {
+    if (other != port && !record.management) route.ports.push_back(other);
+    ++other;
   }
   route.fate = route.ports.empty() ? SwitchFate::kNoPort : SwitchFate::kFlooded;
 }

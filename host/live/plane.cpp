@@ -70,7 +70,8 @@ Plane::~Plane() {
 
 void Plane::StartReceivers(const PlaneParts& parts, size_t threads) {
   std::vector<std::vector<uint16_t>> groups(threads);
-  for (uint16_t at = 0; at < fabric_->ports().size(); ++at) groups[at % threads].push_back(at);
+  const auto count = static_cast<uint16_t>(fabric_->ports().size());
+  for (uint16_t at = 0; at < count; ++at) groups[at % threads].push_back(at);
   for (auto& group : groups) {
     receivers_.push_back(std::make_unique<Receiver>(*fabric_, std::move(group), *module_,
                                                     budgets_.peer_link(), parts.trace, parts.log));

@@ -138,10 +138,7 @@ TEST(Duid, CutAtEveryLength) {
       cut.resize(length);
       cut[4] = static_cast<uint8_t>(length >> 8), cut[5] = static_cast<uint8_t>(length);
       const Bytes duid = DuidOf(cut);
-      EXPECT_EQ(duid, length == whole.size() ? DuidOf(whole)
-                      : duid == Bytes()      ? Bytes()
-                                             : kUntouched)
-          << length;
+      EXPECT_EQ(duid, length == whole.size() ? DuidOf(whole) : duid.empty() ? Bytes() : kUntouched) << length;
     }
     Bytes claims = whole;  // a length field below the header's own size
     for (uint8_t length = 0; length < 8; ++length) {

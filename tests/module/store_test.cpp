@@ -10,8 +10,6 @@
 namespace vex::module_test {
 namespace {
 
-using ::testing::IsEmpty;
-
 // ---- Switches -------------------------------------------------------------------------------------------
 
 TEST(Switches, WritesOfOneSwitchAndOfTheWholeBitmap) {
