@@ -1,5 +1,6 @@
 // replay_inputs.cpp - main() of a fuzz target outside the fuzzer: runs every file of the directories given.
-// Also runs each file cut at every length up to 512 bytes, so that a kept input guards its neighbours too.
+// Also runs each file cut at every length up to 512 bytes, so that a kept input guards its neighbours too;
+// `--whole` leaves that out, for the thousands of inputs of a corpus.
 #include <algorithm>
 #include <cstdint>
 #include <cstdio>
@@ -7,6 +8,7 @@
 #include <fstream>
 #include <iterator>
 #include <memory>
+#include <string_view>
 #include <vector>
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size);
@@ -20,13 +22,13 @@ void Run(const std::vector<uint8_t>& input, size_t size) {
   LLVMFuzzerTestOneInput(exact.get(), size);
 }
 
-size_t RunFile(const std::filesystem::path& path) {
+size_t RunFile(const std::filesystem::path& path, bool whole) {
   std::ifstream file(path, std::ios::binary);
   const std::vector<uint8_t> input{std::istreambuf_iterator<char>(file), {}};
-  constexpr size_t kCuts = 512;
-  for (size_t size = 0; size < std::min(input.size(), kCuts); ++size) Run(input, size);
+  const size_t cuts = whole ? 0 : std::min<size_t>(input.size(), 512);
+  for (size_t size = 0; size < cuts; ++size) Run(input, size);
   Run(input, input.size());
-  return std::min(input.size(), kCuts) + 1;
+  return cuts + 1;
 }
 
 }  // namespace
@@ -34,11 +36,12 @@ size_t RunFile(const std::filesystem::path& path) {
 int main(int argc, char** argv) {
   size_t files = 0;
   size_t runs = 0;
-  for (int i = 1; i < argc; ++i) {
+  const bool whole = argc > 1 && std::string_view(argv[1]) == "--whole";
+  for (int i = whole ? 2 : 1; i < argc; ++i) {
     if (!std::filesystem::is_directory(argv[i])) continue;
     for (const auto& entry : std::filesystem::directory_iterator(argv[i])) {
       if (!entry.is_regular_file()) continue;
-      runs += RunFile(entry.path());
+      runs += RunFile(entry.path(), whole);
       ++files;
     }
   }
