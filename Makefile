@@ -7,7 +7,7 @@ MUTANTS ?= 300
 MINUTES ?= 60
 export JOBS WERROR
 
-.PHONY: help deps build run test test-aarch64 lint format bench fuzz deb coverage mutation live bench-live clean
+.PHONY: help deps build run test test-aarch64 soak lint format bench fuzz deb coverage mutation live bench-live clean
 
 help: ## list these targets
 	@grep -hE '^[a-z0-9-]+:.*## ' $(MAKEFILE_LIST) | awk -F ':.*## ' '{printf "  make %-14s %s\n", $$1, $$2}'
@@ -28,6 +28,10 @@ test: deps ## every test in the release and asan presets, those labelled concurr
 test-aarch64: ## cross-build for the target and run the tests under qemu
 	@scripts/deps aarch64
 	@scripts/test aarch64
+
+soak: deps ## hooks, drain, timers and configuration at once under the thread sanitizer for SECONDS=60
+	@scripts/build tsan concurrency_tests
+	@VEX_SOAK_SECONDS=$(or $(SECONDS),60) build/tsan/bin/concurrency_tests --gtest_brief=1 --gtest_filter='Soak.*'
 
 lint: deps ## clang-format, clang-tidy and shell syntax over all tracked sources
 	@scripts/lint
