@@ -7,7 +7,7 @@ MUTANTS ?= 300
 MINUTES ?= 60
 export JOBS WERROR
 
-.PHONY: help deps build run test test-aarch64 soak lint format bench fuzz deb coverage mutation live bench-live clean
+.PHONY: help deps build run test test-aarch64 soak lint format bench fuzz fuzz-coverage deb coverage mutation live bench-live clean
 
 help: ## list these targets
 	@grep -hE '^[a-z0-9-]+:.*## ' $(MAKEFILE_LIST) | awk -F ':.*## ' '{printf "  make %-14s %s\n", $$1, $$2}'
@@ -46,6 +46,10 @@ bench: deps ## benchmarks: the hook next to its floor, and replay on a million f
 fuzz: ## every fuzz target for SECONDS=20 each
 	@scripts/deps evidence
 	@scripts/fuzz $(or $(SECONDS),20)
+
+fuzz-coverage: ## lines and branches that the inputs gathered by `make fuzz` reach
+	@scripts/deps evidence
+	@scripts/fuzz-coverage
 
 deb: ## Debian packages of module, headers (amd64, arm64) and vexhost (amd64) into build/packages
 	@scripts/deps aarch64
