@@ -3,6 +3,8 @@
 // Out: packet types and take flags against a table of the switch combinations that let a packet through.
 #include "dhcp_vex_pkt_classify.h"
 
+#include <utility>
+
 #include "tests/module/module_test.h"
 
 namespace vex::module_test {
@@ -208,6 +210,18 @@ TEST_F(ClassifyTest, AnL3HeaderOutsideThePacketIsNotRead) {
     EXPECT_EQ(DhcpIsNdSnpPkt(packet.get()) + DhcpIsIcmpEhcoReply(packet.get()) +
                   DhcpIsIcmpv6EhcoReply(packet.get()),
               0u);
+  }
+}
+
+TEST_F(ClassifyTest, APacketWithoutADataBufferIsWantedOnlyWhereNoByteIsLookedAt) {
+  SetSwitches(0xFFFF);
+  for (const Frame& frame : {Arp(), Probe("1"), Dhcp4(), Dhcp6(), Nd(136)}) {
+    const PacketPtr packet = frame.New();
+    uint8_t* const buffer = std::exchange(packet->bufAddr, nullptr);
+    uint32_t takeFlag = 0;
+    const bool dhcp = frame.attr.appType == kAppDhcp4 || frame.attr.appType == kAppDhcp6;
+    EXPECT_EQ(DhcpGetPktType(packet.get(), &takeFlag), dhcp ? 2u : 13u) << frame.attr.appType;
+    packet->bufAddr = buffer;
   }
 }
 
