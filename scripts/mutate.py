@@ -18,6 +18,7 @@ import pathlib
 import queue
 import random
 import re
+import resource
 import shutil
 import subprocess
 import sys
@@ -26,6 +27,7 @@ import time
 ROOT = pathlib.Path(__file__).resolve().parent.parent
 MODULE = pathlib.Path("orch/src/dhcp_vex")
 WORK = ROOT / "build" / "mutation"
+CPU_SECONDS = 15  # for one test: a mutant that makes it run for ever is caught then
 
 # (what to look for, what stands there instead); spaces around < and > tell them from template brackets.
 OPERATORS = [
@@ -36,6 +38,7 @@ OPERATORS = [
 ]
 NUMBER = re.compile(r"(?<![\w.\"'])(0x[0-9A-Fa-f]+|\d+)(?=[uUlL]*\b)(?![.\"'])")
 # Lines whose change says nothing about behaviour: layout is asserted, comments and text of messages are not code.
+LEVEL = re.compile(r"(?<=DhcpVexDebugOut\()\d|(?<=DhcpVexDiagLog\()\d")  # these ignore their level
 SKIP = re.compile(r"^\s*(//|#|static_assert|using |namespace |template|extern|\*)|constexpr char|kSourcePath|alignas")
 
 
@@ -49,7 +52,7 @@ class Mutant:
     text: str
 
     def __str__(self):
-        return f"{self.file}:{self.line}: '{self.old.strip()}' -> '{self.new.strip()}' in: {self.text.strip()}"
+        return f"{self.file}:{self.line}:{self.column + 1}: '{self.old.strip()}' -> '{self.new.strip()}' in: {self.text.strip()}"
 
 
 def mutants_of(path):
@@ -58,7 +61,7 @@ def mutants_of(path):
         if SKIP.search(line):
             continue
         code = re.sub(r'"(\\.|[^"\\])*"', lambda text: '"' + "~" * (len(text.group()) - 2) + '"', line)
-        code = code.split("//")[0]
+        code = LEVEL.sub("~", code).split("//")[0]
         for pattern, new in OPERATORS:
             for found in re.finditer(pattern, code):
                 yield Mutant(str(path), number, found.start(), found.group(), new, line)
@@ -94,7 +97,7 @@ class Worker:
         for name in filter(None, os.fsdecode(files).split("\0")):
             if (ROOT / name).is_file():
                 (self.source / name).parent.mkdir(parents=True, exist_ok=True)
-                shutil.copy2(ROOT / name, self.source / name)
+                shutil.copy(ROOT / name, self.source / name)  # new to ninja, whatever an earlier run left behind
         self.call("cmake", "--preset", "debug", "-B", str(self.build), check=True)
         self.call("cmake", "--build", str(self.build), "--target", "module_tests", "-j", "1", check=True)
         started = time.monotonic()
@@ -104,16 +107,20 @@ class Worker:
         self.seconds = time.monotonic() - started
         self.original = self.digest()
 
-    def call(self, *command, check=False, timeout=None):
+    def call(self, *command, check=False, timeout=None, cpu_seconds=None):
+        def limit():
+            if cpu_seconds:
+                resource.setrlimit(resource.RLIMIT_CPU, (cpu_seconds, cpu_seconds))
+
         try:
             return subprocess.run(command, cwd=self.source, capture_output=True, text=True, check=check,
-                                  stdin=subprocess.DEVNULL, timeout=timeout)
+                                  stdin=subprocess.DEVNULL, timeout=timeout, preexec_fn=limit)
         except subprocess.CalledProcessError as error:
             sys.exit(f"{' '.join(command)} failed:\n{error.stdout[-4000:]}{error.stderr[-4000:]}")
 
     def test(self, timeout):
         return self.call("ctest", "--test-dir", str(self.build), "-L", "module", "--stop-on-failure",
-                         "--no-tests=error", "--timeout", "20", timeout=timeout)
+                         "--no-tests=error", timeout=timeout, cpu_seconds=CPU_SECONDS)
 
     def digest(self):
         return hashlib.sha256(self.library.read_bytes()).digest()
