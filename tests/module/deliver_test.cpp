@@ -318,7 +318,7 @@ TEST_F(DeliverTest, InnerMessagesThatCannotBeSentAreFreed) {
 }
 
 // The framework's accounting names who asked for, and who gave back, a packet.
-TEST_F(DeliverTest, PacketCallsNameTheUnit) {
+TEST_F(DeliverTest, FrameworkCallsCarryTheirFixedArguments) {
   SetInstances(2);
   PacketPtr packet = Nd(133).New();
   Faults().StartRecording();
@@ -328,6 +328,7 @@ TEST_F(DeliverTest, PacketCallsNameTheUnit) {
   DhcpVexSendInnerMsgToDhcp(body.data(), 4);
   size_t seen = 0;
   for (const auto& call : Faults().TakeRecorded()) {
+    if (call.import == Import::ORB_ChannelDcSend) EXPECT_EQ(call.args[2], 1000u);
     size_t path = 0;
     if (call.import == Import::MbufFree || call.import == Import::OrbMbufPktCopyNew) path = 1;
     if (call.import == Import::MbufPktNewFromData || call.import == Import::MbufPktAddHead) path = 2;

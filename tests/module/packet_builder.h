@@ -17,7 +17,7 @@ using Mac = std::array<uint8_t, 6>;
 using Address6 = std::array<uint8_t, 16>;
 
 inline constexpr Mac kClientMac = {2, 0, 0, 0, 0, 0x0B};  // hashes to 210327058
-inline constexpr Mac kRouterMac = {2, 0, 0, 0, 0, 0x01};
+inline constexpr Mac kRouterMac = {2, 1, 1, 1, 1, 0x01};  // odd but for the first, which tells a group
 inline constexpr Mac kBroadcastMac = {0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF};
 inline constexpr Address6 kUnspecified = {};
 inline constexpr Address6 kFe80A = {0xFE, 0x80, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0x0A};  // 2117989581
