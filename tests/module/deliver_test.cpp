@@ -328,7 +328,9 @@ TEST_F(DeliverTest, FrameworkCallsCarryTheirFixedArguments) {
   DhcpVexSendInnerMsgToDhcp(body.data(), 4);
   size_t seen = 0;
   for (const auto& call : Faults().TakeRecorded()) {
-    if (call.import == Import::ORB_ChannelDcSend) EXPECT_EQ(call.args[2], 1000u);
+    if (call.import == Import::ORB_ChannelDcSend) {
+      EXPECT_EQ(call.args[2], 1000u);
+    }
     size_t path = 0;
     if (call.import == Import::MbufFree || call.import == Import::OrbMbufPktCopyNew) path = 1;
     if (call.import == Import::MbufPktNewFromData || call.import == Import::MbufPktAddHead) path = 2;
