@@ -19,26 +19,15 @@ namespace {
 
 constexpr size_t kHeadBytes = 96;
 
-std::string ObstacleOf(const HeldFrame& held) {
-  if (held.presentable) return {};
-  if (held.frame.link_type != kLinkTypeEthernet)
-    return fmt::format("link type {} is not Ethernet", held.frame.link_type);
-  const uint64_t length = held.frame.captured_length;
-  if (held.frame.bytes.size() != length || !platform::Packets().Fits(length))
-    return fmt::format("{} bytes do not fit a packet buffer", length);
-  return "the module is inactive on this board";
-}
-
 class Teller {
  public:
   Teller(platform::Module& module, const Config& config) : module_(module), config_(config), view_(module) {}
 
   void Tell(const HeldFrame& held) {
     Describe(held);
-    story_.presentable = held.presentable;
-    story_.obstacle = ObstacleOf(held);
+    story_.obstacle = held.obstacle;
     told_ = true;
-    if (!held.presentable) {
+    if (held.obstacle != Obstacle::kNone) {
       story_.outcome = OutcomeOf(held.present(false));
       return;
     }

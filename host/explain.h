@@ -49,8 +49,7 @@ struct Story {
   std::vector<uint8_t> head;  // first bytes of the frame
   ParsedFrame parsed;
   PortRecord port;
-  bool presentable = true;
-  std::string obstacle;  // why it cannot be presented
+  Obstacle obstacle = Obstacle::kNone;
   uint32_t link_type = kLinkTypeEthernet;
   std::vector<Answer> answers;
   std::vector<ClientKey> keys;  // none, one, or more when the module's answers fit several

@@ -74,7 +74,7 @@ std::string StoryJson(const Story& s) {
                 {"time", fmt::format("{}.{:09}", s.time.seconds, s.time.nanoseconds)},
                 {"port", s.port.index},
                 {"vlan", s.parsed.vlan_id()},
-                {"app_type", s.presentable ? s.parsed.app_type : 0}};
+                {"app_type", s.obstacle == Obstacle::kNone ? s.parsed.app_type : 0}};
   story.update(OutcomeJson(s.outcome));
   story["instance"] = InstanceJson(s.outcome);
   story["sequence"] = s.sequence ? Json(*s.sequence) : Json();

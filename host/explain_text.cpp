@@ -38,7 +38,17 @@ std::string Fate(const Outcome& o) {
 }
 
 std::string Fate(const Story& s) {
-  return s.obstacle.empty() ? Fate(s.outcome) : fmt::format("{}: {}", Fate(s.outcome), s.obstacle);
+  switch (s.obstacle) {
+    case Obstacle::kNone:
+      return Fate(s.outcome);
+    case Obstacle::kLinkType:
+      return fmt::format("{}: link type {} is not Ethernet", Fate(s.outcome), s.link_type);
+    case Obstacle::kSize:
+      return fmt::format("{}: {} bytes do not fit a packet buffer", Fate(s.outcome), s.captured_length);
+    case Obstacle::kInactive:
+      return fmt::format("{}: the module is inactive on this board", Fate(s.outcome));
+  }
+  return {};
 }
 
 std::string Consequence(const Outcome& o) {
@@ -165,14 +175,14 @@ std::string FormatStory(const Story& s, int depth) {
   if (depth >= 3) AddBytes(s, text);
   AddPlane(s, text);
   if (s.need) AddClassification(s, depth, text);
-  if (s.presentable) AddBudgets(s, text);
+  if (s.obstacle == Obstacle::kNone) AddBudgets(s, text);
   AddChannel(s, text);
   text += fmt::format("outcome     {}\n            {}\n", Fate(s), Consequence(s.outcome));
   if (depth >= 3) {
     text += s.trace.empty() ? "trace       the module wrote nothing about this packet\n" : "trace\n";
     for (const std::string& line : s.trace) text += fmt::format("  {}\n", line);
   }
-  if (s.presentable) AddWhatIf(s, text);
+  if (s.obstacle == Obstacle::kNone) AddWhatIf(s, text);
   return text;
 }
 

@@ -76,7 +76,7 @@ class Replay {
   void Step(const Frame& frame);
   void Start(const CaptureTime& time);
   void SetClock(const CaptureTime& time);
-  bool Presentable(const Frame& frame) const;
+  Obstacle ObstacleTo(const Frame& frame) const;
   void Present(const Frame& frame, const ParsedFrame& parsed, const PortRecord& port);
   void Hold(const Frame& frame, const ParsedFrame& parsed, const PortRecord& port);
   void Judge(const Punted& punted);
@@ -174,7 +174,7 @@ void Replay::Step(const Frame& frame) {
   SetClock(frame.time);
   ++totals_.frames;
   if (frame.number == options_.hold_at && options_.held) return Hold(frame, parsed, port);
-  if (Presentable(frame)) Present(frame, parsed, port);
+  if (ObstacleTo(frame) == Obstacle::kNone) Present(frame, parsed, port);
   Count();
   if (options_.on_refused && outcome_.refused != Refusal::kNone) {
     options_.on_refused(frame, port, outcome_, scopes_.Reason(outcome_.refused_by));
@@ -182,19 +182,20 @@ void Replay::Step(const Frame& frame) {
   if (options_.sink != nullptr) options_.sink->OnFrame(outcome_);
 }
 
-bool Replay::Presentable(const Frame& frame) const {
+Obstacle Replay::ObstacleTo(const Frame& frame) const {
+  if (frame.link_type != kLinkTypeEthernet) return Obstacle::kLinkType;
   const bool whole = frame.bytes.size() == frame.captured_length;
-  return hook_there_ && frame.link_type == kLinkTypeEthernet && whole &&
-         platform::Packets().Fits(frame.bytes.size());
+  if (!whole || !platform::Packets().Fits(frame.bytes.size())) return Obstacle::kSize;
+  return hook_there_ ? Obstacle::kNone : Obstacle::kInactive;
 }
 
 void Replay::Hold(const Frame& frame, const ParsedFrame& parsed, const PortRecord& port) {
   held_ = true;
   service_.SetTap(options_.received);
-  const bool presentable = Presentable(frame);
-  options_.held({frame, parsed, port, presentable, [&](bool diagnose) -> const FrameOutcome& {
+  const Obstacle obstacle = ObstacleTo(frame);
+  options_.held({frame, parsed, port, obstacle, [&](bool diagnose) -> const FrameOutcome& {
                    diagnose_ = diagnose;
-                   if (presentable) Present(frame, parsed, port);
+                   if (obstacle == Obstacle::kNone) Present(frame, parsed, port);
                    Count();
                    return outcome_;
                  }});

@@ -33,13 +33,20 @@ struct ReplayProgress {
   uint64_t bytes_total = 0;  // 0: unknown, one of the files is a pipe
 };
 
+// Why a frame does not meet the module.
+enum class Obstacle : uint8_t {
+  kNone,
+  kLinkType,  // not Ethernet
+  kSize,      // longer than a packet buffer
+  kInactive,  // the module does not serve this board
+};
+
 // A frame stopped in front of the module: the clock stands on its time, everything before it has happened.
 struct HeldFrame {
   const Frame& frame;
   const ParsedFrame& parsed;
   const PortRecord& port;
-  // False: too large for a packet, or of another link type; it will not meet the module.
-  bool presentable;
+  Obstacle obstacle;
   // Lets it go on, at most once in a process. diagnose: the module writes its per-packet trace.
   std::function<const FrameOutcome&(bool diagnose)> present;
 };

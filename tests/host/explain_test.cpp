@@ -58,7 +58,7 @@ TEST_F(ExplainTest, TheSwitchesThatMakeAFrameWantedAreNamed) {
 TEST_F(ExplainTest, AFrameThatCannotBePresentedHasAStoryToo) {
   Add(10, Bytes(9217, 0));
   const Story story = Tell(1);
-  EXPECT_FALSE(story.presentable);
+  EXPECT_EQ(story.obstacle, Obstacle::kSize);
   EXPECT_TRUE(story.what_if.empty());
   EXPECT_NE(FormatStory(story, 3).find("not presented: 9217 bytes do not fit a packet buffer"),
             std::string::npos);
