@@ -7,33 +7,17 @@
 #include <fmt/format.h>
 
 #include <algorithm>
-#include <cerrno>
-#include <cstdio>
-#include <cstring>
-#include <memory>
 
 #include "host/config_reader.h"
 #include "host/error.h"
 #include "host/settings.h"
+#include "host/text_file.h"
 
 namespace vex::host {
 namespace {
 
 constexpr size_t kMaxConfigBytes = 1 << 20;
 constexpr size_t kMaxKeyParts = 16;  // no setting is deeper than five
-
-// Keys and values come from the file; an error is one line whatever they hold.
-std::string OneLine(std::string_view text) {
-  std::string line;
-  for (const char c : text.substr(0, 200)) {
-    const auto byte = static_cast<unsigned char>(c);
-    if (byte < 0x20 || byte == 0x7F)
-      line += fmt::format("\\x{:02x}", byte);
-    else
-      line += c;
-  }
-  return line;
-}
 
 std::string Join(std::string_view prefix, std::string_view child) {
   return prefix.empty() ? std::string(child) : fmt::format("{}.{}", prefix, child);
@@ -179,20 +163,6 @@ void RefuseDeepKeys(std::string_view toml, const std::string& name) {
   }
 }
 
-std::string ReadWhole(const std::string& path) {
-  const std::unique_ptr<std::FILE, int (*)(std::FILE*)> file(std::fopen(path.c_str(), "rb"), &std::fclose);
-  if (!file) throw InputError(fmt::format("{}: cannot open: {}", OneLine(path), std::strerror(errno)));
-  std::string text(kMaxConfigBytes + 1, '\0');
-  const size_t got = std::fread(text.data(), 1, text.size(), file.get());
-  if (std::ferror(file.get()) != 0)
-    throw InputError(fmt::format("{}: cannot read: {}", OneLine(path), std::strerror(errno)));
-  if (got > kMaxConfigBytes)
-    throw InputError(
-        fmt::format("{}: larger than {} bytes, not a configuration file", OneLine(path), kMaxConfigBytes));
-  text.resize(got);
-  return text;
-}
-
 }  // namespace
 
 Config ParseConfig(std::string_view toml, const std::string& name) {
@@ -217,79 +187,15 @@ Config ParseConfig(std::string_view toml, const std::string& name) {
   return config;
 }
 
-Config LoadConfig(const std::string& path) { return ParseConfig(ReadWhole(path), path); }
+Config LoadConfig(const std::string& path) {
+  return ParseConfig(ReadTextFile(path, kMaxConfigBytes, "a configuration file"), path);
+}
 
 void ApplyOverrides(const ConfigOverrides& overrides, Config& config) {
   if (overrides.instances) config.capabilities.instances = *overrides.instances;
   if (overrides.causeid_type) config.capabilities.causeid_type = *overrides.causeid_type;
   if (overrides.no_check_cfg) config.capabilities.no_check_cfg = 1;
   if (overrides.switches) config.module.switches = *overrides.switches;
-}
-
-// ---- What the readers share ----------------------------------------------------------------------------
-
-void Problems::Add(const toml::source_region& where, const std::string& text) {
-  if (!text_.empty() && !(where.begin < first_)) return;
-  first_ = where.begin;
-  text_ = OneLine(text);
-}
-
-void Problems::ThrowFirst(const std::string& file) const {
-  if (!text_.empty()) throw InputError(fmt::format("{}:{}:{}: {}", file, first_.line, first_.column, text_));
-}
-
-std::string_view KindOf(const toml::node& node) {
-  switch (node.type()) {
-    case toml::node_type::table:
-      return "a table";
-    case toml::node_type::array:
-      return "an array";
-    case toml::node_type::string:
-      return "a string";
-    case toml::node_type::integer:
-      return "a whole number";
-    case toml::node_type::floating_point:
-      return "a decimal number";
-    case toml::node_type::boolean:
-      return "true or false";
-    default:
-      return "a date or time";
-  }
-}
-
-std::optional<uint32_t> ReadNumber(const toml::node& node, std::string_view path, const NumberRange& range,
-                                   Problems& problems) {
-  const std::string meaning = range.meaning.empty() ? "" : fmt::format(" ({})", range.meaning);
-  const auto value = node.is_integer() ? node.value<int64_t>() : std::nullopt;
-  if (!value) {
-    problems.Add(node.source(), fmt::format("{}: {} where a whole number {} to {}{} is expected", path,
-                                            KindOf(node), range.min, range.max, meaning));
-    return std::nullopt;
-  }
-  if (*value < int64_t{range.min} || *value > int64_t{range.max}) {
-    problems.Add(node.source(), fmt::format("{}: {} is out of range, allowed {} to {}{}", path, *value,
-                                            range.min, range.max, meaning));
-    return std::nullopt;
-  }
-  return static_cast<uint32_t>(*value);
-}
-
-std::optional<bool> ReadFlag(const toml::node& node, std::string_view path, Problems& problems) {
-  if (node.is_boolean()) return node.value<bool>();
-  problems.Add(node.source(), fmt::format("{}: {} where true or false is expected", path, KindOf(node)));
-  return std::nullopt;
-}
-
-std::optional<std::string> ReadText(const toml::node& node, std::string_view path, Problems& problems) {
-  if (node.is_string()) return node.value<std::string>();
-  problems.Add(node.source(), fmt::format("{}: {} where a string is expected", path, KindOf(node)));
-  return std::nullopt;
-}
-
-void UnknownKey(const toml::key& key, std::string_view prefix, std::span<const std::string_view> valid,
-                Problems& problems) {
-  problems.Add(key.source(), fmt::format("unknown key \"{}{}\", the nearest valid key is \"{}{}\"", prefix,
-                                         key.str(), prefix, Nearest(key.str(), valid)));
 }
 
 }  // namespace vex::host

@@ -3,6 +3,10 @@
 #include "host/config.h"
 
 #include <gtest/gtest.h>
+#include <unistd.h>
+
+#include <filesystem>
+#include <fstream>
 
 #include "host/error.h"
 #include "host/settings.h"
@@ -195,8 +199,24 @@ TEST(Config, AnyBytesGiveAnErrorOrAConfiguration) {
 }
 
 TEST(Config, AFileThatCannotBeReadIsNamed) {
-  EXPECT_THROW(LoadConfig("/nonexistent/f.toml"), InputError);
-  EXPECT_THROW(LoadConfig("/"), InputError);
+  const std::string path = ::testing::TempDir() + "config_test_" + std::to_string(getpid()) + ".toml";
+  const auto error_of_file = [](const std::string& file) -> std::string {
+    try {
+      LoadConfig(file);
+    } catch (const InputError& error) {
+      return error.what();
+    }
+    return "no error";
+  };
+  EXPECT_EQ(error_of_file("/nonexistent/f.toml"),
+            "/nonexistent/f.toml: cannot open: No such file or directory");
+  EXPECT_EQ(error_of_file("/"), "/: cannot read: Is a directory");
+  for (const size_t size : {1048576, 1048577}) {
+    std::ofstream(path) << std::string(size, '\n');
+    EXPECT_EQ(error_of_file(path),
+              size == 1048576 ? "no error" : path + ": larger than 1048576 bytes, not a configuration file");
+  }
+  std::filesystem::remove(path);
 }
 
 TEST(Settings, EachIsReadBackWhereItWasWritten) {
