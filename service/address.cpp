@@ -67,6 +67,7 @@ std::optional<MacAddress> ParseMac(std::string_view text) {
 }
 
 std::optional<IpAddress> ParseIp(std::string_view text) {
+  if (text.find('\0') != std::string_view::npos) return std::nullopt;  // the C library would stop there
   const std::string terminated(text);
   IpAddress address{.v6 = terminated.find(':') != std::string::npos};
   if (inet_pton(address.v6 ? AF_INET6 : AF_INET, terminated.c_str(), address.bytes.data()) != 1)

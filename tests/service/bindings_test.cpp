@@ -220,6 +220,26 @@ TEST_F(BindingFile, NoDamageInventsABinding) {
   }
 }
 
+// The checksums are right: it is the member that is refused.
+TEST_F(BindingFile, AMemberThatFitsNoBindingIsNamed) {
+  constexpr std::pair<const char*, const char*> kCases[] = {
+      {R"(87842dc9 {"address":"192.0.2.7\u0000","end":1800000000,"kind":"v4","mac":"02:00:00:00:00:0b","port":2,"prefix":32,"vlan":30})",
+       "\"address\" is not an address of its kind"},
+      {R"(249b47c4 {"address":"2001:db8::7","end":1800000000,"kind":"v4","mac":"02:00:00:00:00:0b","port":2,"prefix":32,"vlan":30})",
+       "\"address\" is not an address of its kind"},
+      {R"(4d3806e9 {"address":"192.0.2.7","end":1800000000,"kind":"v4","mac":"02:00:00:00:00:0b","port":2,"prefix":32,"vlan":4096})",
+       "\"vlan\" is no"},
+      {R"(88c04c21 {"address":"192.0.2.7","end":1800000000,"kind":"v4","mac":"02:00:00:00:00:0b","port":2,"prefix":33,"vlan":30})",
+       "\"prefix\" is no"},
+  };
+  const std::string good = FormatBindings(std::vector{V4(1)});
+  for (const auto& [line, problem] : kCases) {
+    const LoadedBindings loaded = ParseBindings(good + line + "\n", "f", 100);
+    EXPECT_EQ(loaded.bindings, std::vector{V4(1)});
+    EXPECT_THAT(loaded.problems, ElementsAre(HasSubstr(problem))) << line;
+  }
+}
+
 TEST_F(BindingFile, ReadsNoMoreThanItMayKeepAndNamesAFewProblemsOnly) {
   const std::vector<Binding> many(50, V4(1));
   EXPECT_EQ(ParseBindings(FormatBindings(many), "f", 10).bindings.size(), 10u);
