@@ -48,6 +48,20 @@ inline void SetSwitches(uint32_t bits) { g_dhcpVexCfgBitMap = bits; }
 inline void SetInstances(uint32_t n) { g_dhcpVexSpecs[DHCP_SPEC_MULTICORE_SVC_NUM].value = n; }
 inline void SetSpec(uint32_t index, uint32_t value) { g_dhcpVexSpecs[index].value = value; }
 
+// Requests as the DHCP service sends them.
+inline uint32_t Switch(uint32_t type, uint32_t val) {
+  const DhcpCfgReq request = {val, type, 0};
+  return DhcpCfg(&request);
+}
+inline uint32_t Configure(uint32_t type, uint32_t val, uint32_t index) {
+  const DhcpSnpCfgReq request = {type, val, index};
+  return DhcpSnpCfg(&request);
+}
+inline uint32_t Degrade(uint32_t rate) {
+  const DhcpDegradeCfgReq request = {rate};
+  return DhcpDegradeCfg(&request);
+}
+
 // Removes every record of the store by writing the defaults of what it holds.
 inline void ClearStore() {
   for (DhcpDll* list : {&g_dhcpVexSnpIfInfo, &g_dhcpVexSnpVlanInfo}) {
@@ -81,8 +95,7 @@ class ModuleTest : public ::testing::Test {
 
   void TearDown() override {
     Faults().Reset();
-    const DhcpCfgReq allOff = {0, DHCP_CFG_ALL, 0};
-    DhcpCfg(&allOff);
+    Switch(DHCP_CFG_ALL, 0);
     ClearStore();
     DrainAll();
     EXPECT_THAT(platform::Audit(), ::testing::IsEmpty());
@@ -115,8 +128,10 @@ class ModuleTest : public ::testing::Test {
   }
   Bytes Next(size_t channel) {
     const PacketPtr packet = ports_.channels[channel]->Receive();
-    return packet == nullptr ? Bytes() : Bytes(packet->Bytes().begin(), packet->Bytes().end());
+    return packet == nullptr ? Bytes() : BytesIn(packet);
   }
+
+  static Bytes BytesIn(const PacketPtr& packet) { return {packet->Bytes().begin(), packet->Bytes().end()}; }
 
   static constexpr int64_t kSecond = 1'000'000'000;
   static constexpr int64_t kStart = 1000 * kSecond;
