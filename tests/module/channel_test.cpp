@@ -50,43 +50,37 @@ TEST_F(ChannelTest, OneInstanceUsesThePacketTypeWhateverThePacketHolds) {
   }
 }
 
-struct ByHash {
-  const char* name;
-  Frame frame;
-  uint32_t pktType;
-  uint32_t switches;
-  uint32_t first;  // channel of instance 0
-  Bytes key;
-};
-
 TEST_F(ChannelTest, EveryIdentityOfAClientReachesItsInstance) {
-  const Bytes mac = BytesOf(kClientMac), other = BytesOf(kOtherMac);
+  const Bytes mac = BytesOf(kClientMac), other = BytesOf(kOtherMac), byA = BytesOf(kFe80A);
   const Bytes duidLlt = Join({{0, 1, 0, 1, 9, 9, 9, 9}, mac}), duidEn = {0, 2, 0, 0, 0, 9, 1, 2, 3};
-  const ByHash cases[] = {
+  const Frame relayedReply = Dhcp6(Relayed(Message6(7, Option6(1, DuidLl())), 13));
+  const Frame fromNone = Nd(135, kUnspecified);
+  const struct {
+    const char* name;
+    Frame frame;
+    uint32_t pktType, switches;
+    uint32_t first;  // channel of instance 0
+    Bytes key;
+  } cases[] = {
       {"DHCPv4", Dhcp4(), 2, 0, 3, mac},
       {"DHCPv4 of another client", Dhcp4(kOtherMac), 2, 0, 3, other},
       {"DHCPv4 behind two tags", Dhcp4(kClientMac, 1, 2), 2, 0, 3, mac},
       {"DHCPv4 with another hardware length", Dhcp4().L3Byte(28 + 2, 16), 2, 0, 3, mac},
-      {"DHCPv4 with bytes behind the datagram", Dhcp4().CutL3(300), 2, 0, 3, mac},
-      {"DHCPv4 whose UDP length ends with the key", Dhcp4().UdpLength(42), 2, 0, 3, mac},
       {"DUID-LL", Dhcp6(), 2, 0, 3, mac},
       {"DUID-LLT", Dhcp6(Solicit(duidLlt)), 2, 0, 3, mac},
       {"DUID-EN", Dhcp6(Solicit(duidEn)), 2, 0, 3, {1, 2, 3}},
-      {"relayed", Dhcp6(Relayed(Solicit())), 2, 0, 3, mac},
-      {"relayed reply", Dhcp6(Relayed(Message6(7, Option6(1, DuidLl())), 13)), 2, 0, 3, mac},
+      {"relayed reply", relayedReply, 2, 0, 3, mac},
       {"no client id", Dhcp6(Message6(1, Option6(2, DuidLl()))), 2, 0, 3, {}},
-      {"relay message of 46 bytes", Dhcp6(Relay6(12, Option6(9, {}))), 2, 0, 3, {}},
       {"relay message without an inner one", Dhcp6(Relay6(12, Option6(18, DuidLl()))), 2, 0, 3, {}},
       {"advertisement, DHCPv6 snooping", Nd(136), 12, 0, 7, mac},
       {"any type, DHCPv6 snooping", Nd(1), 12, 0, 7, mac},
-      {"advertisement, ND snooping", Nd(136), 12, kNdSnooping, 7, BytesOf(kFe80A)},
-      {"solicitation, ND snooping", Nd(135), 12, kNdSnooping, 7, BytesOf(kFe80A)},
-      {"solicitation from ::", Nd(135, kUnspecified), 12, kNdSnooping, 7, BytesOf(kFe80B)},
+      {"advertisement, ND snooping", Nd(136), 12, kNdSnooping, 7, byA},
+      {"solicitation, ND snooping", Nd(135), 12, kNdSnooping, 7, byA},
+      {"solicitation from ::", fromNone, 12, kNdSnooping, 7, BytesOf(kFe80B)},
       {"advertisement from ::", Nd(136, kUnspecified), 12, kNdSnooping, 7, BytesOf(kUnspecified)},
-      {"solicitation from ::1", Nd(135, kUnspecified).L3Byte(23, 1), 12, kNdSnooping, 7,
-       Join({Bytes(15, 0), {1}})},
+      {"solicitation from ::1", fromNone.L3Byte(23, 1), 12, kNdSnooping, 7, Join({Bytes(15, 0), {1}})},
   };
-  for (const ByHash& c : cases) {
+  for (const auto& c : cases) {
     const PacketPtr packet = c.frame.New();
     SetSwitches(c.switches);
     for (uint32_t n = 1; n <= 4; ++n) {
@@ -96,67 +90,54 @@ TEST_F(ChannelTest, EveryIdentityOfAClientReachesItsInstance) {
   }
 }
 
-TEST_F(ChannelTest, ChannelsAsDocumented) {
-  SetInstances(3);
-  EXPECT_EQ(DhcpPktGetDhcpChnID(Dhcp4().New().get()), 4u);
-  EXPECT_EQ(DhcpPktGetDhcpChnID(Dhcp6().New().get()), 4u);
-  EXPECT_EQ(DhcpPktGetIcmpv6ChnID(Nd(136).New().get()), 8u);
-  SetInstances(4);
-  SetSwitches(kNdSnooping);
-  EXPECT_EQ(DhcpPktGetIcmpv6ChnID(Nd(136).New().get()), 8u);
-}
-
-struct Fixed {
-  const char* name;
-  Frame frame;
-  uint32_t pktType;
-  uint32_t switches;
-  uint32_t channel;
-};
-
 TEST_F(ChannelTest, MalformedAndUnhashedPackets) {
   const auto protocol = [](uint32_t p) { return [=](auto& a) { a.protoType = p; }; };
-  const auto longL2 = [](auto& a) { a.l2Length = 255; };
-  const Frame probe = Probe("");
-  const std::vector<Fixed> cases = {
+  const auto l2 = [](uint32_t length) { return [=](auto& a) { a.l2Length = length; }; };
+  const Frame probe = Probe(""), shorter = Arp().With(l2(255));  // than its L2 header
+  const Frame v4AsV6 = Dhcp4().With(protocol(1)).L3Byte(44, 0xFF);
+  const Frame fromNone = Nd(135, kUnspecified, kFe80A);
+  const uint32_t none = kNoChannel, snooping = kNdSnooping, ofA = 7 + kHashOfFe80A % 3;
+  const struct {
+    const char* name;
+    Frame frame;
+    uint32_t pktType, switches, channel;
+  } cases[] = {
       {"IPv4 of 19 bytes", Dhcp4().CutL3(19), 2, 0, 2},
       {"no whole UDP header", Dhcp4().CutL3(27), 2, 0, 2},
       {"IPv6 of 39 bytes", Dhcp6().CutL3(39), 2, 0, 2},
       {"neither IPv4 nor IPv6", Dhcp4().With(protocol(2)), 2, 0, 2},
-      {"IPv4 taken for IPv6: UDP length out of the message", Dhcp4().With(protocol(1)).L3Byte(44, 0xFF), 2, 0,
-       2},
-      {"shorter than its L2 header", Arp().With(longL2), 2, 0, 2},
-      {"shorter than its L2 header, ND", Arp().With(longL2), 12, kNdSnooping, kNoChannel},
-      {"shorter than its L2 header, DHCPv6 snooping", Arp().With(longL2), 12, 0, kNoChannel},
-      {"shorter than its L2 header, probe", Arp().With(longL2), 0, 0, kNoChannel},
-      {"L2 length cut to 8 bits", Dhcp6().With([](auto& a) { a.l2Length = 0x10E; }), 2, 0, 4},
+      {"IPv4 taken for IPv6: UDP length out of the message", v4AsV6, 2, 0, 2},
+      {"shorter than its L2 header", shorter, 2, 0, 2},
+      {"shorter than its L2 header, ND", shorter, 12, snooping, none},
+      {"shorter than its L2 header, DHCPv6 snooping", shorter, 12, 0, none},
+      {"shorter than its L2 header, probe", shorter, 0, 0, none},
+      {"L2 length cut to 8 bits", Dhcp6().With(l2(0x10E)), 2, 0, 4},
       {"ARP", Arp(), 1, 0, 1},
-      {"router solicitation", Nd(133), 12, kNdSnooping, 14},
-      {"router advertisement with nothing behind its type", Nd(134).CutL3(41), 12, kNdSnooping, 14},
-      {"redirect", Nd(137), 12, kNdSnooping, kNoChannel},
-      {"no type byte", Nd(136).CutL3(40), 12, kNdSnooping, kNoChannel},
-      {"advertisement of 41 bytes", Nd(136).CutL3(41), 12, kNdSnooping, 7 + kHashOfFe80A % 3},
-      {"solicitation from :: of 63 bytes", Nd(135, kUnspecified).CutL3(63), 12, kNdSnooping, kNoChannel},
-      {"solicitation from :: of 64 bytes", Nd(135, kUnspecified, kFe80A).CutL3(64), 12, kNdSnooping,
-       7 + kHashOfFe80A % 3},
-      {"DHCPv6 snooping, 39 bytes", Nd(136).CutL3(39), 12, 0, kNoChannel},
-      {"DHCPv6 snooping, 63 bytes", Nd(136).CutL3(63), 12, 0, kNoChannel},
-      {"DHCPv6 snooping, 64 bytes", Nd(136).CutL3(64), 12, 0, kNoChannel},
-      {"DHCPv6 snooping, 71 bytes", Nd(136).CutL3(71), 12, 0, kNoChannel},
+      {"router solicitation", Nd(133), 12, snooping, 14},
+      {"router advertisement with nothing behind its type", Nd(134).CutL3(41), 12, snooping, 14},
+      {"redirect", Nd(137), 12, snooping, none},
+      {"no type byte", Nd(136).CutL3(40), 12, snooping, none},
+      {"advertisement of 41 bytes", Nd(136).CutL3(41), 12, snooping, ofA},
+      {"solicitation from :: of 63 bytes", fromNone.CutL3(63), 12, snooping, none},
+      {"solicitation from :: of 64 bytes", fromNone.CutL3(64), 12, snooping, ofA},
+      {"DHCPv6 snooping, 39 bytes", Nd(136).CutL3(39), 12, 0, none},
+      {"DHCPv6 snooping, 63 bytes", Nd(136).CutL3(63), 12, 0, none},
+      {"DHCPv6 snooping, 64 bytes", Nd(136).CutL3(64), 12, 0, none},
+      {"DHCPv6 snooping, 71 bytes", Nd(136).CutL3(71), 12, 0, none},
       {"DHCPv6 snooping, 72 bytes", Nd(136).CutL3(72), 12, 0, 8},
-      {"probe of 52 bytes", probe.CutL3(52), 0, 0, kNoChannel},
+      {"probe of 52 bytes", probe.CutL3(52), 0, 0, none},
       {"probe of 53 bytes", probe.CutL3(53), 0, 0, 0},
       {"probe of 155 bytes", Probe("4").CutL3(155), 0, 0, 10},
-      {"probe of 156 bytes", Probe("4").CutL3(156), 0, 0, kNoChannel},
-      {"probe with the last marker byte wrong", Probe("4").L3Byte(52, 'Z'), 0, 0, kNoChannel},
-      {"probe with the first marker byte wrong", Probe("4").L3Byte(28, 'q'), 0, 0, kNoChannel},
+      {"probe of 156 bytes", Probe("4").CutL3(156), 0, 0, none},
+      {"probe with the last marker byte wrong", Probe("4").L3Byte(52, 'Z'), 0, 0, none},
+      {"probe with the first marker byte wrong", Probe("4").L3Byte(28, 'q'), 0, 0, none},
       {"probe with something else behind", Probe("x1"), 0, 0, 0},
       {"probe with '/', below the digits", Probe("/"), 0, 0, 0},
       {"probe with ':', above the digits", Probe(":"), 0, 0, 0},
-      {"marker behind IPv4 options", Echo(0, BytesOf(kMarker), 6), 0, 0, kNoChannel},
+      {"marker behind IPv4 options", Echo(0, BytesOf(kMarker), 6), 0, 0, none},
   };
   SetInstances(3);
-  for (const Fixed& c : cases) {
+  for (const auto& c : cases) {
     SetSwitches(c.switches);
     const PacketPtr packet = c.frame.Exact();
     EXPECT_EQ(DhcpPktGetChnID(packet.get(), c.pktType), c.channel) << c.name;
@@ -195,15 +176,14 @@ TEST_F(ChannelTest, DirectCallsWithOtherInstanceCounts) {
 
 TEST_F(ChannelTest, NoDataBuffer) {
   SetInstances(3);
+  const PacketPtr packet = platform::Packets().NewWithoutBuffer(Dhcp6().attr);
+  packet->dataLen = 500;  // a length without the bytes
   for (const auto& [pktType, switches, channel] : std::initializer_list<std::array<uint32_t, 3>>{
            {2, 0, 2}, {12, 0, kNoChannel}, {12, kNdSnooping, kNoChannel}, {0, 0, kNoChannel}}) {
-    auto attr = Dhcp6().attr;
-    const PacketPtr packet = platform::Packets().NewWithoutBuffer(attr);
-    packet->dataLen = 500;  // a length without the bytes
     SetSwitches(switches);
     EXPECT_EQ(DhcpPktGetChnID(packet.get(), pktType), channel);
-    packet->dataLen = 0;
   }
+  packet->dataLen = 0;
 }
 
 TEST_F(ChannelTest, HeadersAndTheirLengths) {
@@ -242,15 +222,6 @@ TEST_F(ChannelTest, HeadersAndTheirLengths) {
   length = 77;
   EXPECT_EQ(DhcpVexGetUdpHead(noBuffer.get(), &length), nullptr);
   EXPECT_EQ(length, 77u);
-}
-
-TEST_F(ChannelTest, Dhcp4KeyIsSixBytesOfTheHardwareAddress) {
-  const PacketPtr packet = Dhcp4().New();
-  uint8_t* const udp = packet->Data() + Dhcp4().L4();
-  uint8_t* key = nullptr;
-  uint32_t length = 0;
-  DhcpGetChaddr(udp, &key, &length);
-  EXPECT_EQ(Bytes(key, key + length), BytesOf(kClientMac));
 }
 
 }  // namespace
