@@ -22,35 +22,24 @@ struct Row {
   unsigned shift = 0;
   bool address = false;
 };
+// clang-format off
 #define VEX_SETTER(name) Import::HostSetEgress##name, EgressSetter::k##name
 constexpr Row kRows[] = {
-    {VEX_SETTER(OePriority), 58, 1},
-    {VEX_SETTER(IntfType), 0, 2},
-    {VEX_SETTER(SendIfIndex), 4, 4},
-    {VEX_SETTER(ProtoType), 59, 1},
-    {VEX_SETTER(BdId), 100, 4},
-    {VEX_SETTER(BsNoLinkEncap), 52, 2, 1, 10},
-    {VEX_SETTER(BsVlanNum), 52, 2, 3, 0},
-    {VEX_SETTER(VlanBaseInfo), 88, 4, 0, 0, true},
-    {VEX_SETTER(PruneIf), 92, 4},
-    {VEX_SETTER(BsSpecifyIpat), 104, 4, 1, 4},
-    {VEX_SETTER(VxlanEncodeVlan), 104, 4, 1, 11},
-    {VEX_SETTER(BsOeSMAC), 52, 2, 1, 4},
-    {VEX_SETTER(BsOeDMAC), 52, 2, 1, 3},
-    {VEX_SETTER(SrcMac), 60, 6, 0, 0, true},
-    {VEX_SETTER(DstMac), 66, 6, 0, 0, true},
-    {VEX_SETTER(DstAddr), 20, 16, 0, 0, true},
-    {VEX_SETTER(NextHop), 36, 16, 0, 0, true},
-    {VEX_SETTER(Svp), 230, 2},
-    {VEX_SETTER(TunnelID), 108, 4},
-    {VEX_SETTER(TunnelType), 73, 1},
-    {VEX_SETTER(VrfIndex), 16, 4},
-    {VEX_SETTER(SendPhyIfIndex), 8, 4},
-    {VEX_SETTER(IntfLen), 0, 0},
-    {VEX_SETTER(VxlanHubSpkV2), 104, 4, 7, 12},
-    {VEX_SETTER(VxlanVpeerlink), 104, 4, 1, 9},
-    {VEX_SETTER(Uint32InfoByType), 248, 4},
+    {VEX_SETTER(OePriority), 58, 1},              {VEX_SETTER(IntfType), 0, 2},
+    {VEX_SETTER(SendIfIndex), 4, 4},              {VEX_SETTER(ProtoType), 59, 1},
+    {VEX_SETTER(BdId), 100, 4},                   {VEX_SETTER(BsNoLinkEncap), 52, 2, 1, 10},
+    {VEX_SETTER(BsVlanNum), 52, 2, 3, 0},         {VEX_SETTER(VlanBaseInfo), 88, 4, 0, 0, true},
+    {VEX_SETTER(PruneIf), 92, 4},                 {VEX_SETTER(BsSpecifyIpat), 104, 4, 1, 4},
+    {VEX_SETTER(VxlanEncodeVlan), 104, 4, 1, 11}, {VEX_SETTER(BsOeSMAC), 52, 2, 1, 4},
+    {VEX_SETTER(BsOeDMAC), 52, 2, 1, 3},          {VEX_SETTER(SrcMac), 60, 6, 0, 0, true},
+    {VEX_SETTER(DstMac), 66, 6, 0, 0, true},      {VEX_SETTER(DstAddr), 20, 16, 0, 0, true},
+    {VEX_SETTER(NextHop), 36, 16, 0, 0, true},    {VEX_SETTER(Svp), 230, 2},
+    {VEX_SETTER(TunnelID), 108, 4},               {VEX_SETTER(TunnelType), 73, 1},
+    {VEX_SETTER(VrfIndex), 16, 4},                {VEX_SETTER(SendPhyIfIndex), 8, 4},
+    {VEX_SETTER(IntfLen), 0, 0},                  {VEX_SETTER(VxlanHubSpkV2), 104, 4, 7, 12},
+    {VEX_SETTER(VxlanVpeerlink), 104, 4, 1, 9},   {VEX_SETTER(Uint32InfoByType), 248, 4},
 };
+// clang-format on
 
 uint32_t NumberAt(const uint8_t* header, size_t at, size_t width) {
   uint32_t value = 0;
@@ -144,46 +133,6 @@ TEST_F(HeaderTest, OnlyTheLastSettersResultCounts) {
               import == Import::HostSetEgressAppendTlv ? 42u : 0u)
         << ImportName(import);
     ExpectCalls(Faults().TakeRecorded(), ExpectedCalls(message.bytes.data(), &desc));
-  }
-}
-
-TEST_F(HeaderTest, FlagBits) {
-  const struct {
-    uint16_t bs;
-    uint32_t egress;
-    uint32_t noLink, vlans, smac, dmac, ipat, vpeer, encode, hub;
-  } kCases[] = {
-      {0x041B, 0, 1, 3, 1, 1, 0, 0, 0, 0},          {0, 0x7A10, 0, 0, 0, 0, 1, 1, 1, 7},
-      {0xFBE4, 0xFFFF85EF, 0, 0, 0, 0, 0, 0, 0, 0}, {0x0008, 0x0200, 0, 0, 0, 1, 0, 1, 0, 0},
-      {0x0010, 0x0800, 0, 0, 1, 0, 0, 0, 1, 0},     {0x0402, 0x1010, 1, 2, 0, 0, 1, 0, 0, 1},
-      {0x0001, 0x6000, 0, 1, 0, 0, 0, 0, 0, 6},
-  };
-  for (const auto& c : kCases) {
-    HostEgressDesc desc = {};
-    DhcpHostEgressIntfTrans(Make(kEthernet).Put(52, 2, c.bs).EgressFlags(c.egress).bytes.data(), &desc);
-    const EgressView view = EgressView::Decode(desc);
-    const std::array got = {
-        view.Value(EgressSetter::kBsNoLinkEncap),   view.Value(EgressSetter::kBsVlanNum),
-        view.Value(EgressSetter::kBsOeSMAC),        view.Value(EgressSetter::kBsOeDMAC),
-        view.Value(EgressSetter::kBsSpecifyIpat),   view.Value(EgressSetter::kVxlanVpeerlink),
-        view.Value(EgressSetter::kVxlanEncodeVlan), view.Value(EgressSetter::kVxlanHubSpkV2)};
-    EXPECT_EQ(got, (std::array{c.noLink, c.vlans, c.smac, c.dmac, c.ipat, c.vpeer, c.encode, c.hub}))
-        << std::hex << c.bs << ' ' << c.egress;
-  }
-}
-
-TEST_F(HeaderTest, PruneTypeIsSetForKind5Only) {
-  for (uint32_t kind = 0; kind < 16; ++kind) {
-    for (const uint32_t others : {0u, 0x7FFFu, 0xFFF80000u, 0xFFF87FFFu}) {
-      const Message message = Make(kEthernet).EgressFlags(kind << 15 | others);
-      HostEgressDesc desc = {};
-      DhcpHostEgressSetPruneType(message.bytes.data(), &desc);
-      const EgressView alone = EgressView::Decode(desc);
-      desc = {};
-      DhcpHostEgressIntfTrans(message.bytes.data(), &desc);
-      EXPECT_EQ(alone.settings.size(), kind == 5 ? 1u : 0u) << kind;
-      EXPECT_EQ(EgressView::Decode(desc).Find(EgressSetter::kPruneType) != nullptr, kind == 5) << kind;
-    }
   }
 }
 
