@@ -97,12 +97,5 @@ TEST(PatchTest, ARecordIsReadNoFurtherThanItsName) {
   }
 }
 
-TEST(PatchTest, ReservedVariablesAreZeroAndTheTimerTableHasItsProcedure) {
-  EXPECT_EQ(g_dhcpVexPatchTimerProcTbl[0], DHCP_Vex_PatchTimerProcessResved1);
-  EXPECT_EQ(g_dhcpVexPatchResPtr, nullptr);
-  EXPECT_EQ(g_dhcpVexPatchTimer, 0u);
-  EXPECT_EQ(g_dhcpPatchRes, 0u);
-}
-
 }  // namespace
 }  // namespace vex::module_test

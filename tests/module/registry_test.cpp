@@ -88,16 +88,14 @@ TEST_F(RegistryTest, NodesLeaveFromAnywhere) {
   for (uint32_t gone = 0; gone < 3; ++gone) {
     for (uint32_t type = 0; type < 3; ++type) DhcpVexEventCallBackReg(type, F);
     DhcpVexEventCallBackUnReg(gone, F);
-    std::vector<uint32_t> forward, backward;
+    std::vector<uint32_t> left;
     const DhcpDllNode* const head = &g_dhcpVexEvtCallBacklist.link;
-    for (const DhcpDllNode* n = head->next; n != head; n = n->next)
-      forward.push_back(reinterpret_cast<const DhcpVexEvtNode*>(n)->eventType);
-    for (const DhcpDllNode* n = head->prev; n != head; n = n->prev)
-      backward.insert(backward.begin(), reinterpret_cast<const DhcpVexEvtNode*>(n)->eventType);
-    std::vector<uint32_t> left{0, 1, 2};
-    std::erase(left, gone);
-    EXPECT_EQ(forward, left);
-    EXPECT_EQ(backward, left);
+    for (const DhcpDllNode* n = head->next; n != head; n = n->next) {
+      EXPECT_EQ(n->next->prev, n);
+      left.push_back(reinterpret_cast<const DhcpVexEvtNode*>(n)->eventType);
+    }
+    EXPECT_EQ(head->next->prev, head);
+    EXPECT_EQ(left, (std::vector<uint32_t>{gone == 0, gone == 2 ? 1u : 2u}));
     EXPECT_EQ(g_dhcpVexEvtCallBacklist.count, 2u);
     EXPECT_EQ(platform::Memory().LiveBlocks(), 2u);
     for (uint32_t type = 0; type < 3; ++type) DhcpVexEventCallBackUnReg(type, F);
