@@ -1,7 +1,7 @@
 // fuzz_config.cpp - any sequence of configuration requests.
-// In:  requests of 10 bytes: handler, type, index, value. Out: a store whose lists are whole and hold no
-// record that is all default, timers that follow the switches, a free lock; or an abort.
-// A value too wide for its field may be cut to the default without being it: its record then stays.
+// In:  requests: handler, type, index, value. Out: a store whose lists are whole and hold no record that is
+// all default, timers that follow the switches, a free lock, answers as the store has them; or an abort. A
+// value too wide for its field may be cut to the default without being it: its record then stays.
 #include "dhcp_vex_api_snoop.h"
 #include "dhcp_vex_rate_limit_notify.h"
 #include "fuzz/module_fixture.h"
@@ -71,10 +71,36 @@ void ClearStore() {
   Require(g_dhcpVexSnpIfInfo.count == 0, "defaults empty the store");
 }
 
+// Trusted by its own flag, or in the VLAN.
+void RequireTrust(uint32_t ifIndex, uint32_t vlanId) {
+  const DhcpSnpInfo* own = DhcpVexGetSnpIfInfoByIfIndex(ifIndex);
+  DhcpSnpInfo* vlan = DhcpVexGetSnpVlanInfoByVlanId(vlanId);
+  const bool trusted =
+      (own != nullptr && own->v4Cfg.trustIfList.count != 0) ||
+      (vlan != nullptr && DhcpVexGetSnpVlanTrustIf(&vlan->v4Cfg.trustIfList, ifIndex) != nullptr);
+  Require(DhcpVexCheckIfSnpTrusted(ifIndex, vlanId) == (trusted ? 1 : 0), "trust is as the store has it");
+}
+
+void RequireNothingOfNothing() {
+  Require(DhcpCfg(nullptr) == DHCP_FAIL && DhcpSnpCfg(nullptr) == DHCP_FAIL &&
+              DhcpDegradeCfg(nullptr) == DHCP_FAIL,
+          "no request is refused");
+  Require(DhcpSnpDelMac(nullptr) == 0 && DhcpPktCtrlCfg(nullptr) == 0 && DhcpPktCtrlCfgSync(nullptr) == 0,
+          "what does nothing takes anything");
+}
+
+enum Special : uint8_t { kNoMemory = 0xF0, kTrust = 0xF1, kNothing = 0xF2 };
+
 // Answers whether a value was too wide.
 bool Request(vex::fuzz::Input& input) {
   const uint8_t handler = input.U8();
+  if (handler == kNothing) return RequireNothingOfNothing(), false;
   const uint8_t rawType = input.U8();
+  if (handler == kNoMemory) {
+    vex::platform::Faults().FailNth(vex::platform::Import::OrbMemAllocInner, rawType % 4u + 1);
+    return false;
+  }
+  if (handler == kTrust) return RequireTrust(rawType % 16u, input.U8() % 16u), false;
   const uint32_t index = input.U8() % 16;
   constexpr uint32_t kValues[] = {0, 1, 100, 5000, 0xFFFFFFFF, 70000};
   const uint8_t choice = input.U8();
@@ -85,6 +111,7 @@ bool Request(vex::fuzz::Input& input) {
   } else if (handler % 16 == 1) {
     const DhcpDegradeCfgReq req = {value};
     Require(DhcpDegradeCfg(&req) == 0, "a request is accepted");
+    Require(DhcpVexGetDegradeInfo()->degradeRate == value, "the degrade rate is the one set");
   } else {
     const DhcpSnpCfgReq req = {rawType % 30u, value, index};
     Require(DhcpSnpCfg(&req) == 0, "a request is accepted");
@@ -101,9 +128,11 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   vex::fuzz::Input input(data, size);
   bool tooWide = false;
   while (!input.Ended()) tooWide |= Request(input);
-  Require(g_dhcpVexSnpInfoUseLock.word == 0, "the lock is free");
-  RequireRecords(g_dhcpVexSnpIfInfo, false, tooWide);
-  RequireRecords(g_dhcpVexSnpVlanInfo, true, tooWide);
+  vex::platform::Faults().DisarmAll();
+  Require(DhcpVexGetSnpInfoUseLock()->word == 0, "the lock is free");
+  RequireRecords(*DhcpVexGetSnpIfInfoDll(), false, tooWide);
+  RequireRecords(*DhcpVexGetSnpVlanInfoDll(), true, tooWide);
+  Require(DhcpVexGetSnpGblInfo()->indexId == 0, "the global record stays the global one");
   RequireTimers();
   return 0;
 }

@@ -3,46 +3,30 @@
 #pragma once
 
 #include <cstdint>
-#include <cstdio>
-#include <cstdlib>
-#include <span>
 
 #include "dhcp_vex_api.h"
 #include "dhcp_vex_api_cfg.h"
+#include "dhcp_vex_api_snoop.h"
 #include "dhcp_vex_api_switch.h"
+#include "dhcp_vex_pkt_diag.h"
+#include "fuzz/input.h"
 #include "platform/board.h"
 #include "platform/channel.h"
 #include "platform/clock.h"
 #include "platform/event_thread.h"
+#include "platform/faults.h"
+#include "platform/logs.h"
 #include "platform/packet.h"
 
 namespace vex::fuzz {
 
-// Ends the process as a sanitizer would, with what did not hold.
-inline void Require(bool holds, const char* what) {
-  if (holds) return;
-  std::fprintf(stderr, "does not hold: %s\n", what);
-  std::abort();
+// Lets one import fail once: two bytes name it and the call.
+inline void ArmFault(Input& input) {
+  const auto& imports = platform::FallibleImports();
+  const uint8_t which = input.U8();
+  const uint8_t call = input.U8();
+  platform::Faults().Arm({.import = imports[which % imports.size()], .skip = call % 16u, .times = 1});
 }
-
-// Takes numbers off the front of an input; zeros when it has ended.
-class Input {
- public:
-  Input(const uint8_t* data, size_t size) : rest_(data, size) {}
-  uint8_t U8() {
-    if (rest_.empty()) return 0;
-    const uint8_t value = rest_.front();
-    rest_ = rest_.subspan(1);
-    return value;
-  }
-  uint16_t U16() { return static_cast<uint16_t>(U8() | U8() << 8); }
-  uint32_t U32() { return U16() | static_cast<uint32_t>(U16()) << 16; }
-  std::span<const uint8_t> Rest() const { return rest_; }
-  bool Ended() const { return rest_.empty(); }
-
- private:
-  std::span<const uint8_t> rest_;
-};
 
 class RunningModule {
  public:
@@ -69,6 +53,8 @@ class RunningModule {
     platform::TheBoard().SetType(1);
     Require(DhcpVexInit() == 0, "the module starts");
     ports_ = platform::OpenServicePorts(64);
+    platform::Logs().AddSink(platform::kEveryLogOutput,
+                             [](const platform::LogRecord&) {});  // so texts are made
   }
   platform::ServicePorts ports_;
 };
