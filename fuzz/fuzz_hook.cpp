@@ -135,7 +135,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
                                                           : platform::Packets().NewExact(frame, attr, 24);
   AskEverything(packet.get());
   RequireHash(frame);
-  if (DhcpHostHookCallback(packet.get()) == DHCP_HOOK_TAKEN) packet.release();
+  if (DhcpHostHookCallback(packet.get()) == DHCP_HOOK_TAKEN) static_cast<void>(packet.release());
   SendInner(frame);
   platform::Faults().DisarmAll();
   packet.reset();
