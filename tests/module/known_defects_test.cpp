@@ -214,12 +214,8 @@ TEST_F(KnownDefects, AFloodOfDistinctClients) {
   std::vector<size_t> reached(platform::kServiceChannelCount, 0);
   const size_t blocks = platform::Memory().LiveBlocks();
   for (uint32_t client = 0; client < kClients; ++client) {
-    const Mac mac = {2,
-                     0,
-                     static_cast<uint8_t>(client >> 16),
-                     0,
-                     static_cast<uint8_t>(client >> 8),
-                     static_cast<uint8_t>(client)};
+    Mac mac = {2};
+    for (size_t i = 0; i < 3; ++i) mac[3 + i] = static_cast<uint8_t>(client >> (16 - 8 * i));
     const std::vector<size_t> channels = Offer(client % 2 == 0 ? Dhcp4(mac) : Dhcp6(Solicit(DuidLl(mac))));
     ASSERT_EQ(channels.size(), 1u);
     ++reached[channels[0]];
@@ -238,22 +234,11 @@ TEST_F(KnownDefects, NoPuntPathWithoutAMeter) {
   }
   const Frame reply4 = Dhcp4(kClientMac, 2),
               reply6 = Dhcp6(Message6(7, Option6(1, DuidLl()))).Ports(547, 546);
-  const std::vector<Frame> ways = {Dhcp4(),
-                                   Dhcp4(kClientMac, 1, 2),
-                                   Dhcp4().Management(),
-                                   Dhcp4().Cause(124),
-                                   Dhcp4().FromPeerLink(),
-                                   Dhcp4().Ports(67, 67).Management().ToMac(kRouterMac),
-                                   Dhcp4().CutL3(20),
-                                   reply4,
-                                   reply4.Management(),
-                                   Dhcp6(),
-                                   Dhcp6(Solicit(), 2),
-                                   Dhcp6(Relayed(Solicit())),
-                                   Dhcp6().Cause(124),
-                                   Dhcp6().FromPeerLink(),
-                                   Dhcp6().CutL3(40),
-                                   reply6};
+  const Frame between = Dhcp4().Ports(67, 67).Management().ToMac(kRouterMac);
+  const std::vector<Frame> ways = Frames(
+      Dhcp4(), Dhcp4(kClientMac, 1, 2), Dhcp4().Management(), Dhcp4().Cause(124), Dhcp4().FromPeerLink(),
+      between, Dhcp4().CutL3(20), reply4, reply4.Management(), Dhcp6(), Dhcp6(Solicit(), 2),
+      Dhcp6(Relayed(Solicit())), Dhcp6().Cause(124), Dhcp6().FromPeerLink(), Dhcp6().CutL3(40), reply6);
   uint32_t dropped = 0;
   for (const Frame& frame : ways) {
     uint32_t takeFlag = 0;

@@ -104,6 +104,11 @@ struct Frame {
   }
 };
 
+template <class... F>
+std::vector<Frame> Frames(const F&... frames) {
+  return {frames...};
+}
+
 inline Frame Ethernet(uint32_t appType, uint16_t etherType, const Bytes& payload, size_t tags = 0) {
   Frame frame;
   frame.bytes = Join({BytesOf(kBroadcastMac), BytesOf(kClientMac)});
