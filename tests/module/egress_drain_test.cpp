@@ -223,25 +223,6 @@ TEST_F(DrainTest, EveryPacketGetsOnlyItsOwnSettings) {
   EXPECT_EQ(platform::EgressView::Decode(published[1].desc).settings.size(), 27u) << "without a prune type";
 }
 
-TEST_F(DrainTest, CutsAndFreesNameTheirSource) {
-  Faults().StartRecording();
-  for (const Kind kind : {kBound, kUploaded, kSent, kByMlag, kVplsRefused, kUncut, kNdUncut, kDamaged})
-    Send(Of(kind, 0));
-  Drain();
-  std::map<Import, int> calls;
-  for (const auto& call : Faults().TakeRecorded()) {
-    ++calls[call.import];
-    if (call.import != Import::MbufPktCutHead && call.import != Import::MbufFree) continue;
-    const size_t pathAt = call.import == Import::MbufFree ? 1 : 2;
-    EXPECT_STREQ(reinterpret_cast<const char*>(call.args[pathAt]), "orch/src/dhcp_vex/dhcp_vex_pkt");
-    EXPECT_NE(call.args[pathAt + 1], 0u);
-  }
-  EXPECT_EQ(calls[Import::MbufPktCutHead], 5);
-  EXPECT_EQ(calls[Import::MbufFree], 6);
-  EXPECT_EQ(calls[Import::ORB_ChannelDcRecv], 9);
-  EXPECT_EQ(calls[Import::ORB_ChannelEventWritePublic], 0);
-}
-
 class MlagTest : public EgressTest {
  protected:
   MlagTest() : EgressTest({VEX_OPTIONAL_DIR "/libvex_mlag.so"}) {}

@@ -6,6 +6,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <cstring>
 #include <string>
 
 #include "dhcp_vex_rate_limit_notify.h"
@@ -25,6 +26,8 @@ std::ostream& operator<<(std::ostream& out, const Effects& e) {
 std::ostream& operator<<(std::ostream& out, const Scenario& scenario) { return out << scenario.name; }
 
 namespace {
+
+constexpr char kPacketSource[] = "orch/src/dhcp_vex/dhcp_vex_pkt";
 
 struct Shared {  // between a run's process and the test's
   Effects effects;
@@ -99,6 +102,25 @@ std::string FinishAndAudit() {
   return complaints;
 }
 
+// The framework's accounting names who asked for a packet, changed its head or gave it back; every send has
+// the same argument.
+std::string BadSites(const std::vector<platform::Call>& calls) {
+  using I = Import;
+  std::string complaints;
+  for (const platform::Call& call : calls) {
+    const bool byPacket = call.import == I::MbufFree || call.import == I::OrbMbufPktCopyNew;
+    const bool byLength = call.import == I::MbufPktNewFromData || call.import == I::MbufPktAddHead ||
+                          call.import == I::MbufPktCutHead;
+    const size_t path = byPacket ? 1 : 2;
+    const bool site = (!byPacket && !byLength) ||
+                      (call.args[path] != 0 && call.args[path + 1] != 0 &&
+                       std::strcmp(reinterpret_cast<const char*>(call.args[path]), kPacketSource) == 0);
+    if (!site) complaints += std::string(ImportName(call.import)) + " names another source; ";
+    if (call.import == I::ORB_ChannelDcSend && call.args[2] != 1000) complaints += "another send argument; ";
+  }
+  return complaints;
+}
+
 void RunHere(const Scenario& scenario, const Fault* fault, Shared& shared) {
   alarm(60);
   StartFramework();
@@ -107,13 +129,15 @@ void RunHere(const Scenario& scenario, const Fault* fault, Shared& shared) {
   const Stats before = ReadStats();
   const uint64_t asserts = platform::Logs().Count(LogOutput::kAssert);
   Faults().Reset();
-  fault != nullptr ? Faults().Arm(*fault) : Faults().StartCounting();
+  if (fault != nullptr) Faults().Arm(*fault);
+  Faults().StartRecording();
   const int64_t result = scenario.act();
   for (size_t i = 0; i < platform::kImportCount; ++i)
     shared.calls[i] = Faults().Calls(static_cast<Import>(i));
   shared.effects = Observe(result, before);
   shared.effects.asserts -= static_cast<int64_t>(asserts);
-  FinishAndAudit().copy(shared.complaints, sizeof(shared.complaints) - 1);
+  const std::string sites = BadSites(Faults().TakeRecorded());
+  (sites + FinishAndAudit()).copy(shared.complaints, sizeof(shared.complaints) - 1);
   shared.finished = true;
 }
 
