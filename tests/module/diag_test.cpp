@@ -106,21 +106,15 @@ TEST_F(DiagTest, DumpsShowTheBufferFromAnOffsetOn) {
         Bytes(bytes.begin() + static_cast<ptrdiff_t>(from), bytes.begin() + static_cast<ptrdiff_t>(to)));
   };
   const PacketPtr packet = frame.Exact(10);
-  const std::string received = "DHCP Recieve packet:", sent = "DHCP Send packet:";
+  const auto in = [&](size_t from, size_t to) { return "DHCP Recieve packet:" + shown(from, to); };
+  const auto out = [&](size_t from, size_t to) { return "DHCP Send packet:" + shown(from, to); };
   const struct {
     uint32_t offset, direction;
     std::string line;
   } cases[] = {
-      {0, 1, received + shown(0, 128)},
-      {0, 0, sent + shown(0, 128)},
-      {172, 0, sent + shown(172, 300)},
-      {173, 0, sent + shown(173, 300)},
-      {299, 1, received + shown(299, 300)},
-      {300, 1, received},
-      {0xFFFF'FFFF, 0, sent},
-      {0, 2, ""},
-      {0, 0xFFFF'FFFF, ""},
-  };
+      {0, 1, in(0, 128)},     {0, 0, out(0, 128)},    {172, 0, out(172, 300)},   {173, 0, out(173, 300)},
+      {299, 1, in(299, 300)}, {300, 1, in(300, 300)}, {kNone, 0, out(300, 300)}, {0, 2, ""},
+      {0, kNone, ""}};
   for (const auto& c : cases) {
     SCOPED_TRACE(testing::Message() << c.offset << ", direction " << c.direction);
     for (const uint32_t on : {0u, 1u, 0x100u}) {

@@ -29,17 +29,13 @@ std::string NoNeed(uint32_t vlan) {
 
 // The look-ups by one letter each, in the order of the calls.
 std::string Steps(const std::vector<platform::Call>& calls) {
-  const std::map<Import, char> letters = {{I::HostMbufGetOutIfByL2vpnTnl, 'T'},
-                                          {I::db_create_if_cfg_obj, 'C'},
-                                          {I::db_read_obj, 'R'},
-                                          {I::db_get_if_cfg_vlan_id, 'V'},
-                                          {I::db_release_if_cfg_object, 'F'},
-                                          {I::db_create_arp_obj, 'c'},
-                                          {I::db_get_arp_work_if_index, 'w'},
-                                          {I::db_release_arp_object, 'f'},
-                                          {I::OrbSpinlockLock, 'L'},
-                                          {I::OrbSpinlockUnlock, 'U'},
-                                          {I::MbufPktCutHead, '|'}};
+  // clang-format off
+  const std::map<Import, char> letters = {
+      {I::HostMbufGetOutIfByL2vpnTnl, 'T'}, {I::db_create_if_cfg_obj, 'C'}, {I::db_read_obj, 'R'},
+      {I::db_get_if_cfg_vlan_id, 'V'}, {I::db_release_if_cfg_object, 'F'}, {I::db_create_arp_obj, 'c'},
+      {I::db_get_arp_work_if_index, 'w'}, {I::db_release_arp_object, 'f'}, {I::OrbSpinlockLock, 'L'},
+      {I::OrbSpinlockUnlock, 'U'}, {I::MbufPktCutHead, '|'}};
+  // clang-format on
   std::string steps;
   for (const auto& call : calls) {
     if (const auto letter = letters.find(call.import); letter != letters.end()) steps += letter->second;

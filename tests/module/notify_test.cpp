@@ -192,12 +192,10 @@ TEST_F(NotifyTest, TimersThatFail) {
   for (const auto& t : timers) {
     const LogCapture log;
     for (const FaultForm form : {FaultForm::kFail, FaultForm::kHollow}) {  // hollow: success without an id
-      Faults().Arm({.import = Import::OrbSLcoreTimerCreateAndStart, .form = form});
+      Faults().Arm({.import = Import::OrbSLcoreTimerCreateAndStart, .times = 1, .form = form});
       EXPECT_EQ(Switch(t.type, 1), 0u);
       EXPECT_EQ(t.id, kNone);
     }
-    EXPECT_THAT(Sites(log), ElementsAre(t.createSite, t.createSite));
-    Faults().DisarmAll();
     Switch(t.type, 1);  // tried again
     const uint32_t id = t.id;
     EXPECT_NE(id, kNone);
@@ -205,7 +203,6 @@ TEST_F(NotifyTest, TimersThatFail) {
     EXPECT_EQ(Switch(t.type, 0), 0u);
     EXPECT_EQ(t.id, kNone);  // forgotten all the same
     EXPECT_THAT(Sites(log), ElementsAre(t.createSite, t.createSite, t.deleteSite));
-    Faults().DisarmAll();
     platform::TheClock().DeleteTimer(id);
   }
 }

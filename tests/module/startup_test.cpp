@@ -188,24 +188,19 @@ TEST(StartUp, CapabilitiesByName) {
   board.SetCapability("ANYTHING", 77);
   board.SetCapability("DHCP_CAUSID_TYPE", 1);
   uint32_t value = 5;
+  Faults().Arm({.import = Import::OrbCapabilityQueryItem, .times = 1, .code = 99});
+  EXPECT_EQ(DhcpVexGetSpecsByDescr("ANYTHING", &value), 99u);
   EXPECT_EQ(DhcpVexGetSpecsByDescr("UNKNOWN", &value), 1u);
   EXPECT_EQ(value, 5u);
-  Faults().Arm({.import = Import::OrbCapabilityQueryItem, .code = 99});
-  EXPECT_EQ(DhcpVexGetSpecsByDescr("ANYTHING", &value), 99u);
-  EXPECT_EQ(value, 5u);
-  Faults().Reset();
   EXPECT_EQ(DhcpVexGetSpecsByDescr("ANYTHING", &value), 0u);
   EXPECT_EQ(value, 77u);
   EXPECT_EQ(DhcpVexGetSpecsByDescr("DHCP_CAUSID_TYPE", &value), 0u);
   EXPECT_EQ(DhcpVexGetSpecs(1), 0u);  // the table is not touched
-  const LogCapture log;
   DhcpVexCapsetCfg();
   Faults().FailAlways(Import::OrbCapabilityQueryItem);
+  const LogCapture log;
   DhcpVexCapsetCfg();  // what failed keeps its value
-  auto twice = CapabilityLines({0, 1, 0, 0, 0});
-  const auto once = twice;
-  twice.insert(twice.end(), once.begin(), once.end());
-  EXPECT_EQ(log.Texts(LogOutput::kSyslog), twice);
+  EXPECT_EQ(log.Texts(LogOutput::kSyslog), CapabilityLines({0, 1, 0, 0, 0}));
 }
 
 }  // namespace
