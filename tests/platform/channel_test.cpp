@@ -61,18 +61,6 @@ TEST_F(ChannelTest, IsFoundByNameOnceItExists) {
   }
 }
 
-TEST_F(ChannelTest, AHollowReceiveAnswersSuccessWithoutAPacket) {
-  Channel* const channel = Channels().Create("channel/test", 4);
-  PacketPtr packet = Numbered(1);
-  ASSERT_TRUE(channel->Send(packet));
-  Faults().Arm({.import = Import::ORB_ChannelDcRecv, .times = 1, .form = FaultForm::kHollow});
-  OrbMbuf* received = reinterpret_cast<OrbMbuf*>(1);
-  EXPECT_EQ(ORB_ChannelDcRecv(channel->Id(), &received), 0u);
-  EXPECT_EQ(received, nullptr);
-  ASSERT_EQ(ORB_ChannelDcRecv(channel->Id(), &received), 0u) << "nothing was lost by it";
-  EXPECT_EQ(g_mbufFreeCb(received, "here", 1), 0u);
-}
-
 TEST_F(ChannelTest, ServicePortsHaveTheNamesTheModuleLooksFor) {
   Channels().Create("channel/vex2dhcp9", 1);
   const ServicePorts ports = OpenServicePorts(16);

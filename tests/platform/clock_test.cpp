@@ -58,12 +58,11 @@ TEST_F(ClockTest, SecondsFollowVirtualTimeInBothDirections) {
 TEST_F(ClockTest, TimersFireOncePerStepAndCountOnFromTheirOwnTime) {
   TheClock().UseVirtual(100 * kSecond);
   Start(30'000, Note<'a'>);
-  struct Step {
+  const struct {
     const char* name;
     double time;
     bool fires;
-  };
-  const Step steps[] = {
+  } steps[] = {
       {"just before", 129.9, false},
       {"due", 130.5, true},
       {"not yet, the period counts from 130", 159.9, false},
@@ -77,7 +76,7 @@ TEST_F(ClockTest, TimersFireOncePerStepAndCountOnFromTheirOwnTime) {
       {"standing still", 80, false},
   };
   size_t fired = 0;
-  for (const Step& step : steps) {
+  for (const auto& step : steps) {
     TheClock().SetTo(static_cast<int64_t>(step.time * 1e9));
     fired += step.fires ? 1 : 0;
     EXPECT_EQ(g_fired.size(), fired) << step.name;

@@ -49,28 +49,16 @@ TEST_F(EgressTest, ADescriptorTellsWhatWasSetAndInWhichOrder) {
 
 TEST_F(EgressTest, EverySetterKeepsItsOwnValue) {
   using NumberSetter = uint32_t (*)(HostEgressDesc*, uint32_t);
-  const std::pair<EgressSetter, NumberSetter> numbers[] = {
+  // clang-format off
 #define VEX_CASE(name) {EgressSetter::k##name, HostSetEgress##name}
-      VEX_CASE(OePriority),
-      VEX_CASE(IntfType),
-      VEX_CASE(SendIfIndex),
-      VEX_CASE(ProtoType),
-      VEX_CASE(BdId),
-      VEX_CASE(BsNoLinkEncap),
-      VEX_CASE(BsVlanNum),
-      VEX_CASE(PruneIf),
-      VEX_CASE(BsSpecifyIpat),
-      VEX_CASE(VxlanEncodeVlan),
-      VEX_CASE(BsOeSMAC),
-      VEX_CASE(BsOeDMAC),
-      VEX_CASE(Svp),
-      VEX_CASE(TunnelID),
-      VEX_CASE(TunnelType),
-      VEX_CASE(VrfIndex),
-      VEX_CASE(SendPhyIfIndex),
-      VEX_CASE(VxlanHubSpkV2),
+  const std::pair<EgressSetter, NumberSetter> numbers[] = {
+      VEX_CASE(OePriority), VEX_CASE(IntfType), VEX_CASE(SendIfIndex), VEX_CASE(ProtoType), VEX_CASE(BdId),
+      VEX_CASE(BsNoLinkEncap), VEX_CASE(BsVlanNum), VEX_CASE(PruneIf), VEX_CASE(BsSpecifyIpat),
+      VEX_CASE(VxlanEncodeVlan), VEX_CASE(BsOeSMAC), VEX_CASE(BsOeDMAC), VEX_CASE(Svp), VEX_CASE(TunnelID),
+      VEX_CASE(TunnelType), VEX_CASE(VrfIndex), VEX_CASE(SendPhyIfIndex), VEX_CASE(VxlanHubSpkV2),
       VEX_CASE(VxlanVpeerlink)};
 #undef VEX_CASE
+  // clang-format on
   HostEgressDesc desc{};
   uint32_t value = 0xF0000000;
   for (const auto& [setter, set] : numbers) EXPECT_EQ(set(&desc, ++value), 0u);
@@ -204,23 +192,6 @@ TEST_F(EgressTest, ObjectsAreReadByTheirKeysAndReleasedOnce) {
   Faults().Arm({.import = Import::db_create_arp_obj, .form = FaultForm::kHollow});
   EXPECT_EQ(VexPlatformArpCreate(3, 0, &handle), 0);
   EXPECT_EQ(handle, nullptr);
-}
-
-TEST_F(EgressTest, TunnelsAreFoundByIdAndType) {
-  Objects().SetTunnel(5, 2, {.outIfIndex = 7, .nextHop = 0x0A000001});
-  uint32_t outIfIndex = 0, nextHop = 0;
-  EXPECT_NE(HostMbufGetOutIfByL2vpnTnl(nullptr, 5, 1, &outIfIndex, &nextHop), 0u);
-  EXPECT_EQ(HostMbufGetOutIfByL2vpnTnl(nullptr, 5, 2, &outIfIndex, &nextHop), 0u);
-  EXPECT_EQ(outIfIndex, 7u);
-  EXPECT_EQ(nextHop, 0x0A000001u);
-}
-
-TEST_F(EgressTest, MlagSendsAreNotedAndLeaveThePacketToItsOwner) {
-  const PacketPtr packet(&PacketOf(NewPacket()));
-  EXPECT_EQ(VexPlatformMlagSend(packet.get(), 0), 0u);
-  const std::vector<MlagSend> sends = Objects().TakeMlagSends();
-  ASSERT_THAT(sends, SizeIs(1));
-  EXPECT_EQ(std::memcmp(sends[0].bytes.data(), "packet", 6), 0);
 }
 
 }  // namespace

@@ -1,7 +1,7 @@
 // Loading, starting and unloading the built library as the framework does.
 #include "platform/module_loader.h"
 
-#include <gtest/gtest.h>
+#include <gmock/gmock.h>
 
 #include "platform/board.h"
 #include "platform/channel.h"
@@ -16,6 +16,8 @@
 
 namespace vex::platform {
 namespace {
+
+using testing::HasSubstr;
 
 TEST(ModuleLoader, StartsTheModuleAndDispatchesConfigurationOnlyAfterItsStartUp) {
   OpenServicePorts();
@@ -67,41 +69,25 @@ TEST(ModuleLoader, RunsTheLcoreConstructorsOnEveryLcore) {
   EXPECT_EQ(*module->Var<uint32_t>("per_lcore_mod_vex_dhcp_usrid"), 0u);
 }
 
-struct OptionalCase {
-  const char* name;
-  std::vector<std::string> dirs;
-  bool arp;
-  bool mlag;
-  const char* line;  // of the system log
-};
-
+// What a library that lacks a symbol leads to: tests/module/optional_library_test.cpp.
 TEST(ModuleLoader, OffersTheOptionalLibrariesOfTheChosenDirectories) {
-  const std::vector<OptionalCase> cases = {
-      {"none", {}, false, false, "[VEX-DHCP-DYNSO]dlopen libdb_arp.so error."},
-      {"both", {VEX_OPTIONAL_DIR}, true, true, "[VEX-DHCP-DYNSO] db mlag symbol init ok."},
-      {"no create",
-       {VEX_OPTIONAL_NO_CREATE_DIR},
-       false,
-       false,
-       "[VEX-DHCP-DYNSO] dlsym db_create_arp_obj failed."},
-      {"no release", {VEX_OPTIONAL_NO_RELEASE_DIR}, false, false, "dlsym db_release_arp_object failed."},
-      {"no get, M-LAG",
-       {VEX_OPTIONAL_NO_GET_DIR, VEX_OPTIONAL_DIR},
-       false,
-       true,
-       "dlsym db_get_arp_work_if_index failed."},
-      {"no send", {VEX_OPTIONAL_NO_MLAG_DIR}, false, false, "[VEX-DHCP-DYNSO] dlsym mlag failed."},
-      {"both again", {VEX_OPTIONAL_DIR}, true, true, "[VEX-DHCP-DYNSO] db arp symbol init.(ret:0)"},
+  const struct {
+    std::vector<std::string> dirs;
+    bool arp, mlag;
+    const char* line;  // of the system log
+  } cases[] = {
+      {{}, false, false, "[VEX-DHCP-DYNSO]dlopen libdb_arp.so error."},
+      {{VEX_OPTIONAL_DIR}, true, true, "[VEX-DHCP-DYNSO] db mlag symbol init ok."},
+      {{VEX_OPTIONAL_NO_GET_DIR, VEX_OPTIONAL_DIR}, false, true, "dlsym db_get_arp_work_if_index failed."},
+      {{VEX_OPTIONAL_DIR}, true, true, "[VEX-DHCP-DYNSO] db arp symbol init.(ret:0)"},  // again
   };
-  for (const OptionalCase& c : cases) {
-    SCOPED_TRACE(c.name);
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.line);
     const LogCapture log(MaskOf(LogOutput::kSyslog));
     const auto module = Module::Load(VEX_MODULE_PATH, {.optionalDirs = c.dirs});
     EXPECT_EQ(*module->Var<void*>("g_dhcp_db_create_arp_obj") != nullptr, c.arp);
     EXPECT_EQ(*module->Var<void*>("g_dhcp_mlag_vex_hookEgress") != nullptr, c.mlag);
-    std::string all;
-    for (const std::string& text : log.Texts(LogOutput::kSyslog)) all += text + "\n";
-    EXPECT_NE(all.find(c.line), std::string::npos) << all;
+    EXPECT_THAT(log.Texts(LogOutput::kSyslog), testing::Contains(HasSubstr(c.line)));
   }
 }
 
@@ -115,12 +101,11 @@ std::string LoadError(const std::string& path, const ModuleOptions& options = {}
 }
 
 TEST(ModuleLoader, SaysWhatIsWrongWithALibraryItCannotStart) {
-  EXPECT_NE(LoadError("/nonexistent/libvex_dhcp.so").find("/nonexistent/libvex_dhcp.so: cannot open"),
-            std::string::npos);
-  const std::string foreign = std::string(VEX_OPTIONAL_DIR) + "/libvex_mlag.so";
-  EXPECT_NE(LoadError(foreign).find("registered no module record"), std::string::npos);
+  EXPECT_THAT(LoadError("/nonexistent/libvex_dhcp.so"),
+              HasSubstr("/nonexistent/libvex_dhcp.so: cannot open"));
+  EXPECT_THAT(LoadError(VEX_OPTIONAL_DIR "/libvex_mlag.so"), HasSubstr("registered no module record"));
   const auto loaded = Module::Load(VEX_MODULE_PATH);
-  EXPECT_NE(LoadError(VEX_MODULE_PATH).find("loaded already"), std::string::npos);
+  EXPECT_THAT(LoadError(VEX_MODULE_PATH), HasSubstr("loaded already"));
   EXPECT_THROW(Module::Linked({}, "no_such_module"), ModuleError);
 }
 
@@ -136,12 +121,13 @@ TEST(ModuleLoader, NamesTheBoardWhenTheModuleStaysInactive) {
   const auto module = Module::Load(VEX_MODULE_PATH);
   EXPECT_EQ(module->InitResult(), 0u);
   const uint32_t request[3] = {};
+  std::string refused;
   try {
     module->Configure("DhcpCfg", request);
-    FAIL() << "configuration was dispatched to an inactive module";
   } catch (const ModuleError& error) {
-    EXPECT_NE(std::string(error.what()).find("unsupported board 2"), std::string::npos);
+    refused = error.what();
   }
+  EXPECT_THAT(refused, HasSubstr("unsupported board 2"));
 }
 
 }  // namespace

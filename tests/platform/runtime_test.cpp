@@ -53,22 +53,6 @@ TEST_F(RuntimeTest, FaultsHitTheCallsTheyAreArmedFor) {
   EXPECT_EQ(g_watchedImports.load(), 0u) << "calls are fast again";
 }
 
-TEST_F(RuntimeTest, RecordedCallsKeepOrderAndArguments) {
-  Faults().StartRecording();
-  Faults().FailAlways(Import::RegTavriRpcServerToVex);
-  uint32_t word = 0;
-  OrbCurrentBoard();
-  OrbCapabilityQueryItem("item", &word, 4);
-  RegTavriRpcServerToVex(&word);
-  const std::vector<Call> calls = Faults().TakeRecorded();
-  ASSERT_EQ(calls.size(), 3u);
-  EXPECT_EQ(calls[0].import, Import::OrbCurrentBoard);
-  EXPECT_EQ(calls[1].args[2], 4u);
-  EXPECT_FALSE(calls[1].failed) << "an ordinary failure is not an ordered one";
-  EXPECT_TRUE(calls[2].failed);
-  EXPECT_TRUE(Faults().TakeRecorded().empty());
-}
-
 TEST_F(RuntimeTest, NamesAndKindsOfImports) {
   std::set<std::string_view> names;
   for (size_t i = 0; i < kImportCount; ++i) names.insert(ImportName(static_cast<Import>(i)));
@@ -209,18 +193,6 @@ TEST_F(RuntimeTest, ImMessagesAreSentOrFreedOnce) {
   Faults().FailAlways(Import::ORB_ImAgentSend);
   EXPECT_NE(ORB_ImAgentSend(message), 0u);
   EXPECT_EQ(LiveImMessages(), 0u) << "the agent keeps it all the same";
-}
-
-TEST_F(RuntimeTest, CapabilitiesAreMissingUntilSet) {
-  uint32_t value = 5;
-  EXPECT_NE(OrbCapabilityQueryItem("item", &value, 4), 0u);
-  EXPECT_EQ(value, 5u);
-  TheBoard().SetCapability("item", 0);
-  EXPECT_NE(OrbCapabilityQueryItem("item", &value, 8), 0u) << "wrong size";
-  EXPECT_EQ(OrbCapabilityQueryItem("item", &value, 4), 0u);
-  EXPECT_EQ(value, 0u);
-  TheBoard().RemoveCapability("item");
-  EXPECT_NE(OrbCapabilityQueryItem("item", &value, 4), 0u);
 }
 
 uint32_t TakeOdd(OrbMbuf* pkt) { return pkt->dataLen % 2 == 1 ? 0x1000000 : 0; }
