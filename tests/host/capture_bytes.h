@@ -60,27 +60,10 @@ class FileBytes {
     return option.bytes;
   }
   FileBytes& Enhanced(uint32_t interface, uint64_t ticks, const Bytes& frame) {
-    const auto length = static_cast<uint32_t>(frame.size());
-    return Block(6, FileBytes(big_)
-                        .Put(interface)
-                        .Put(static_cast<uint32_t>(ticks >> 32))
-                        .Put(static_cast<uint32_t>(ticks))
-                        .Put(length)
-                        .Put(length)
-                        .Put(frame)
-                        .bytes);
+    return Packet(6, FileBytes(big_).Put(interface), ticks, frame);
   }
   FileBytes& Obsolete(uint16_t interface, uint64_t ticks, const Bytes& frame) {
-    const auto length = static_cast<uint32_t>(frame.size());
-    return Block(2, FileBytes(big_)
-                        .Put(interface)
-                        .Put(uint16_t{7})  // drops
-                        .Put(static_cast<uint32_t>(ticks >> 32))
-                        .Put(static_cast<uint32_t>(ticks))
-                        .Put(length)
-                        .Put(length)
-                        .Put(frame)
-                        .bytes);
+    return Packet(2, FileBytes(big_).Put(interface).Put(uint16_t{7}), ticks, frame);  // 7: drops
   }
   FileBytes& Simple(uint32_t original_length, const Bytes& data) {
     return Block(3, FileBytes(big_).Put(original_length).Put(data).bytes);
@@ -89,6 +72,11 @@ class FileBytes {
   Bytes bytes;
 
  private:
+  FileBytes& Packet(uint32_t type, FileBytes head, uint64_t ticks, const Bytes& frame) {
+    const auto length = static_cast<uint32_t>(frame.size());
+    head.Put(static_cast<uint32_t>(ticks >> 32)).Put(static_cast<uint32_t>(ticks));
+    return Block(type, head.Put(length).Put(length).Put(frame).bytes);
+  }
   bool big_;
 };
 

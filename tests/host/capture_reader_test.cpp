@@ -35,12 +35,9 @@ ReadResult ReadAll(const std::string& path, CaptureTime previous = {}) {
   ReadResult result;
   Frame frame;
   while (reader.Next(frame)) {
-    result.frames.push_back({{frame.bytes.begin(), frame.bytes.end()},
-                             frame.time,
-                             frame.interface,
-                             frame.link_type,
-                             frame.original_length,
-                             frame.number});
+    const Bytes bytes(frame.bytes.begin(), frame.bytes.end());
+    result.frames.push_back(
+        {bytes, frame.time, frame.interface, frame.link_type, frame.original_length, frame.number});
   }
   result.error = reader.error();
   EXPECT_FALSE(reader.Next(frame)) << "the end stays the end";
@@ -173,14 +170,6 @@ TEST_P(BothOrders, PcapngCutAtEveryLength) {
   CutEverywhere(file.bytes, ends);
 }
 
-struct Damage {
-  const char* name;
-  Bytes bytes;
-  size_t frames;
-  uint64_t offset;
-  const char* what;
-};
-
 Bytes Spoilt(Bytes bytes, size_t at, uint8_t value) {
   bytes[at] = value;
   return bytes;
@@ -188,33 +177,38 @@ Bytes Spoilt(Bytes bytes, size_t at, uint8_t value) {
 
 TEST(CaptureReader, NamesWhatIsWrongAndWhere) {
   const Bytes pcap = FileBytes().PcapHeader().PcapRecord(1, 2, kFrame).bytes;
-  const Bytes section = FileBytes().Section().bytes;  // 28 bytes
-  const Bytes good =
-      FileBytes().Section().Interface().Enhanced(0, 1, kFrame).bytes;  // section 28, interface 20
-  const Bytes bad_option = FileBytes().Section().Interface(1, 0, {9, 0, 200, 0}).bytes;
-  const std::vector<Damage> cases = {
+  const Bytes section = FileBytes().Section().bytes;                // 28 bytes
+  const Bytes interface = FileBytes().Section().Interface().bytes;  // and 20
+  const Bytes good = FileBytes().Put(interface).Enhanced(0, 1, kFrame).bytes;
+  const auto behind = [](const Bytes& bytes) { return FileBytes().Put(bytes); };
+  const Bytes giant = behind(pcap).Put(uint64_t{0}).Put(UINT32_MAX).Put(UINT32_MAX).bytes;
+  const Bytes odd = behind(good).Put(uint32_t{6}).Put(uint32_t{13}).bytes;
+  const struct {
+    const char* name;
+    Bytes bytes;
+    size_t frames;
+    uint64_t offset;
+    const char* what;
+  } cases[] = {
       {"empty", {}, 0, 0, "empty"},
       {"foreign", {'h', 'e', 'l', 'l', 'o', '\n'}, 0, 0, "68 65 6c 6c"},
       {"gzip", {0x1F, 0x8B, 8, 0, 0}, 0, 0, "gunzip"},
       {"pcap of another version", Spoilt(pcap, 4, 9), 0, 4, "9.4"},
-      {"record of four gigabytes",
-       FileBytes().Put(pcap).Put(uint64_t{0}).Put(UINT32_MAX).Put(UINT32_MAX).bytes, 1, 45, "4294967295"},
+      {"record of four gigabytes", giant, 1, 45, "4294967295"},
       {"section without its mark", Spoilt(section, 8, 0), 0, 0, "byte-order"},
       {"pcapng of another version", Spoilt(section, 12, 2), 0, 0, "2.0"},
-      {"block of length zero", FileBytes().Put(good).Put(uint64_t{6}).bytes, 1, 88, "length 0"},
-      {"block of odd length", FileBytes().Put(good).Put(uint32_t{6}).Put(uint32_t{13}).bytes, 1, 88,
-       "length 13"},
+      {"block of length zero", behind(good).Put(uint64_t{6}).bytes, 1, 88, "length 0"},
+      {"block of odd length", odd, 1, 88, "length 13"},
       {"lengths that differ", Spoilt(good, 84, 44), 0, 48, "44 behind"},
       {"more captured than the block holds", Spoilt(good, 48 + 20, 200), 0, 48, "200 captured"},
       {"packet of no interface", Spoilt(good, 48 + 8, 3), 0, 48, "interface 3"},
-      {"simple packet of no interface", FileBytes().Section().Simple(1, {1}).bytes, 0, 28, "no interface"},
-      {"packet block too small", FileBytes().Section().Interface().Block(6, Bytes(16, 0)).bytes, 0, 48,
-       "28 bytes"},
-      {"interface too small", FileBytes().Section().Block(1, Bytes(4, 0)).bytes, 0, 28, "16 bytes"},
-      {"simple block too small", FileBytes().Section().Interface().Block(3, {}).bytes, 0, 48, "12 bytes"},
-      {"option outside its block", bad_option, 0, 28, "option"},
+      {"simple packet of no interface", behind(section).Simple(1, {1}).bytes, 0, 28, "no interface"},
+      {"packet block too small", behind(interface).Block(6, Bytes(16, 0)).bytes, 0, 48, "28 bytes"},
+      {"interface too small", behind(section).Block(1, Bytes(4, 0)).bytes, 0, 28, "16 bytes"},
+      {"simple block too small", behind(interface).Block(3, {}).bytes, 0, 48, "12 bytes"},
+      {"option too long", behind(section).Interface(1, 0, {9, 0, 200, 0}).bytes, 0, 28, "option"},
   };
-  for (const Damage& c : cases) {
+  for (const auto& c : cases) {
     const ReadResult read = ReadAll(c.bytes);
     EXPECT_EQ(read.frames.size(), c.frames) << c.name;
     ASSERT_TRUE(read.error) << c.name;

@@ -130,44 +130,37 @@ TEST(Codecs, EveryCutOfAPayloadYieldsNoMoreThanItHolds) {
 }
 
 TEST(Dhcp4, OptionsAreReadFromWhereTheyMayStand) {
-  struct {
+  const auto insert = [](size_t at, const Buffer& bytes) {
+    return [=](Buffer& b) { b.insert(b.begin() + static_cast<ptrdiff_t>(at), bytes.begin(), bytes.end()); };
+  };
+  // Option 52 says that the file field holds options; the lease stands at `at`.
+  const auto overloaded = [](ptrdiff_t at) {
+    return [=](Buffer& b) {
+      b.resize(243);
+      b = Join(b, {52, 1, 1, 255});
+      const uint8_t option[] = {51, 4, 0, 0, 0, 60, 255};
+      std::copy(std::begin(option), std::end(option), b.begin() + at);
+    };
+  };
+  const auto noLease = std::nullopt;
+  const struct {
     const char* what;
     std::function<void(Buffer&)> spoil;
     Dhcp4Type type;
     std::optional<uint32_t> lease_seconds;
-  } const kCases[] = {
+  } kCases[] = {
       {"as sent", [](Buffer&) {}, Dhcp4Type::kAck, 3600},
-      {"pads in front", [](Buffer& b) { b.insert(b.begin() + 240, 3, 0); }, Dhcp4Type::kAck, 3600},
-      {"no cookie", [](Buffer& b) { b[236] = 0; }, Dhcp4Type::kNone, std::nullopt},
-      {"an end in front", [](Buffer& b) { b.insert(b.begin() + 240, 255); }, Dhcp4Type::kNone, std::nullopt},
-      {"type of two bytes",
-       [](Buffer& b) {
-         b[241] = 2;
-         b.insert(b.begin() + 242, 0);
-       },
-       Dhcp4Type::kNone, 3600},
-      {"lease behind the end of the field", [](Buffer& b) { b.erase(b.end() - 3, b.end()); }, Dhcp4Type::kAck,
-       std::nullopt},
-      {"lease in the file field",
-       [](Buffer& b) {
-         b.resize(243);
-         b = Join(b, {52, 1, 1, 255});
-         const uint8_t option[] = {51, 4, 0, 0, 0, 60, 255};
-         std::copy(std::begin(option), std::end(option), b.begin() + 108);
-       },
-       Dhcp4Type::kAck, 60},
-      {"lease in the sname field, which is not said to hold any",
-       [](Buffer& b) {
-         b.resize(243);
-         b = Join(b, {52, 1, 1, 255});
-         const uint8_t option[] = {51, 4, 0, 0, 0, 60, 255};
-         std::copy(std::begin(option), std::end(option), b.begin() + 44);
-       },
-       Dhcp4Type::kAck, std::nullopt},
+      {"pads in front", insert(240, {0, 0, 0}), Dhcp4Type::kAck, 3600},
+      {"no cookie", [](Buffer& b) { b[236] = 0; }, Dhcp4Type::kNone, noLease},
+      {"an end in front", insert(240, {255}), Dhcp4Type::kNone, noLease},
+      {"type of two bytes", [](Buffer& b) { b[241] = 2, b.insert(b.begin() + 242, 0); }, Dhcp4Type::kNone,
+       3600},
+      {"lease behind the end", [](Buffer& b) { b.erase(b.end() - 3, b.end()); }, Dhcp4Type::kAck, noLease},
+      {"lease in the file field", overloaded(108), Dhcp4Type::kAck, 60},
+      {"lease in the sname field, not said to hold any", overloaded(44), Dhcp4Type::kAck, noLease},
       {"the first of two leases",
        [](Buffer& b) {
-         b.pop_back();
-         b = Join(b, {51, 4, 0, 0, 0, 1, 255});
+         b.back() = 51, b = Join(b, {4, 0, 0, 0, 1, 255});
        },
        Dhcp4Type::kAck, 3600},
   };

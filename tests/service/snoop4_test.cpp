@@ -132,27 +132,24 @@ TEST_P(Snoop4, ALeaseEndsWithItsTime) {
   EXPECT_THAT(Bindings(), ElementsAre(Expected(0x0B, kClientPort, "10.0.0.9", service::kNoLeaseEnd)));
 }
 
-struct GiveUp {
-  const char* what;
-  Dhcp4Spec message;
-  uint32_t port;
-  bool forwarded;
-  bool removed;
-};
-
 TEST_P(Snoop4, OnlyItsOwnerGivesALeaseUp) {
-  const GiveUp kCases[] = {
-      {"release", {.type = Dhcp4Type::kRelease, .ciaddr = "10.0.0.9"}, kClientPort, true, true},
-      {"decline", {.type = Dhcp4Type::kDecline, .requested = "10.0.0.9"}, kClientPort, true, true},
-      {"of another address", {.type = Dhcp4Type::kRelease, .ciaddr = "10.0.0.8"}, kClientPort, true, false},
-      {"from another port", {.type = Dhcp4Type::kRelease, .ciaddr = "10.0.0.9"}, kRoguePort, false, false},
-      {"by another client",
-       {.type = Dhcp4Type::kRelease, .client = Mac(0x0C), .ciaddr = "10.0.0.9"},
-       kClientPort,
-       false,
-       false},
+  const Dhcp4Spec release{.type = Dhcp4Type::kRelease, .ciaddr = "10.0.0.9"};
+  const Dhcp4Spec decline{.type = Dhcp4Type::kDecline, .requested = "10.0.0.9"};
+  const Dhcp4Spec another{.type = Dhcp4Type::kRelease, .ciaddr = "10.0.0.8"};
+  const Dhcp4Spec stranger{.type = Dhcp4Type::kRelease, .client = Mac(0x0C), .ciaddr = "10.0.0.9"};
+  const struct {
+    const char* what;
+    Dhcp4Spec message;
+    uint32_t port;
+    bool forwarded, removed;
+  } kCases[] = {
+      {"release", release, kClientPort, true, true},
+      {"decline", decline, kClientPort, true, true},
+      {"of another address", another, kClientPort, true, false},
+      {"from another port", release, kRoguePort, false, false},
+      {"by another client", stranger, kClientPort, false, false},
   };
-  for (const GiveUp& c : kCases) {
+  for (const auto& c : kCases) {
     SCOPED_TRACE(c.what);
     Lease();
     const Sent sent = In(Dhcp4Frame(c.message), c.port);

@@ -57,24 +57,20 @@ TEST_P(Snoop6, ARogueServerIsDroppedCountedAndNamed) {
 }
 
 TEST_P(Snoop6, LeasesEndByReleaseOfTheOwnerAndByALifetimeOfZero) {
-  struct {
+  const Dhcp6Spec stranger{.type = Dhcp6Type::kRelease, .client = 0x0C, .leases = {{kAddress}}};
+  const Dhcp6Spec prefix{.type = Dhcp6Type::kRelease, .leases = {{kAddress, 0, 64}}};
+  const struct {
     const char* what;
     Dhcp6Spec message;
     uint32_t port;
     bool removed;
-  } const kCases[] = {
+  } kCases[] = {
       {"release", {.type = Dhcp6Type::kRelease, .leases = {{kAddress}}}, kClientPort, true},
       {"decline", {.type = Dhcp6Type::kDecline, .leases = {{kAddress}}}, kClientPort, true},
       {"a lifetime of 0", {.type = Dhcp6Type::kReply, .leases = {{kAddress, 0}}}, kUplink, true},
       {"from another port", {.type = Dhcp6Type::kRelease, .leases = {{kAddress}}}, kRoguePort, false},
-      {"by another client",
-       {.type = Dhcp6Type::kRelease, .client = 0x0C, .leases = {{kAddress}}},
-       kClientPort,
-       false},
-      {"of a prefix of the same bits",
-       {.type = Dhcp6Type::kRelease, .leases = {{kAddress, 0, 64}}},
-       kClientPort,
-       false},
+      {"by another client", stranger, kClientPort, false},
+      {"of a prefix of the same bits", prefix, kClientPort, false},
       {"a failed association", {.type = Dhcp6Type::kReply, .leases = {{kAddress, 0, 0, 3}}}, kUplink, false},
       {"a failed reply", {.type = Dhcp6Type::kReply, .leases = {{kAddress, 0}}, .status = 1}, kUplink, false},
   };
