@@ -46,7 +46,12 @@ void CheckFrame(const CaptureReader& reader, const Frame& frame, uint64_t number
 void ReadAll(CaptureReader reader, const std::string& path, size_t length) {
   Frame frame;
   uint64_t frames = 0;
-  while (reader.Next(frame)) CheckFrame(reader, frame, ++frames, length);
+  uint64_t used = 0;  // a record or block has 16 bytes or more of its own
+  while (reader.Next(frame)) {
+    CheckFrame(reader, frame, ++frames, length);
+    used += 16 + frame.captured_length;
+    Require(used <= length, "all frames lie inside their file, one behind the other");
+  }
   Require(!reader.Next(frame), "the end is the end");
   Require(reader.bytes_read() <= reader.bytes_total() && reader.bytes_total() == length,
           "the position lies inside the file");
