@@ -126,18 +126,10 @@ TEST(JsonLines, AFrameHasEveryKeyWhateverItsFileIsCalled) {
       json.OnFrame(o);
     });
     ASSERT_EQ(lines.size(), 1u);
-    nlohmann::json want = {{"frame", 7},
-                           {"time", "-1.000000005"},
-                           {"port", 3},
-                           {"vlan", 30},
-                           {"app_type", 17},
-                           {"pkt_type", 2},
-                           {"taken", false},
-                           {"channel", nullptr},
-                           {"verdict", "continue"},
-                           {"refused", "snooping"},
-                           {"refused_by", {"interface 1", "global"}},
-                           {"delivered", nlohmann::json::array()}};
+    nlohmann::json want = nlohmann::json::parse(
+        R"({"frame":7,"time":"-1.000000005","port":3,"vlan":30,"app_type":17,"pkt_type":2,"taken":false,
+            "channel":null,"verdict":"continue","refused":"snooping","refused_by":["interface 1","global"],
+            "delivered":[]})");
     want["file"] = name == "\xff\xfe" ? "\xef\xbf\xbd\xef\xbf\xbd" : name;
     EXPECT_EQ(lines[0], want);
   }

@@ -2,7 +2,6 @@
 #include <cerrno>
 #include <climits>
 #include <cstring>
-#include <set>
 
 #include "platform/board.h"
 #include "platform/faults.h"
@@ -51,15 +50,6 @@ TEST_F(RuntimeTest, FaultsHitTheCallsTheyAreArmedFor) {
   Faults().DisarmAll();
   EXPECT_EQ(Pattern(1), ".");
   EXPECT_EQ(g_watchedImports.load(), 0u) << "calls are fast again";
-}
-
-TEST_F(RuntimeTest, NamesAndKindsOfImports) {
-  std::set<std::string_view> names;
-  for (size_t i = 0; i < kImportCount; ++i) names.insert(ImportName(static_cast<Import>(i)));
-  EXPECT_EQ(names.size(), kImportCount);
-  EXPECT_EQ(ImportName(Import::ORB_ChannelDcSend), "ORB_ChannelDcSend");
-  EXPECT_TRUE(CanFail(Import::MbufFree));
-  EXPECT_FALSE(CanFail(Import::OrbLog));
 }
 
 TEST_F(RuntimeTest, TheLedgerKnowsWhoHoldsMemory) {
