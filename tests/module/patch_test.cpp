@@ -77,6 +77,7 @@ TEST(PatchTest, EveryEntryPointLogsWhatItShould) {
 }
 
 TEST(PatchTest, NullPointersAreRefusedAndNothingIsWritten) {
+  EXPECT_EQ(g_dhcpVexPatchTimer + g_dhcpPatchRes + (g_dhcpVexPatchResPtr != nullptr), 0u);
   PatchRecord record = {};
   std::strcpy(record.name, "libvex_dhcp.so");
   uint32_t match = 99;

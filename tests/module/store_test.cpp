@@ -144,6 +144,8 @@ TEST_F(StoreTest, RandomWritesOfEveryType) {
 }
 
 TEST_F(StoreTest, TypesOutsideTheTableAreRefused) {
+  for (uint32_t type = 0; type < 27; ++type)  // other modules read it
+    EXPECT_EQ(g_dhcpVexSetSnpCfg[type].defaultValue, Model::Default(type)) << type;
   for (const uint32_t type : {27u, 28u, 255u, 0xFFFF'FFFFu}) {
     EXPECT_EQ(DhcpVexSaveSnpCfg(1, type, 7), 1u);
     EXPECT_EQ(DhcpVexSetV4SnpInfoByType(&g_dhcpSnpGblInfo, type, 1), 1u);
