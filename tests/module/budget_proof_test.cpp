@@ -1,7 +1,8 @@
 // budget_proof_test.cpp - the per-second budgets, exhaustively over a bounded domain.
-// In:  every walk of kSteps packets whose seconds move by -1, 0, 1 or 2, under every combination of small
-// rates of an interface record, a VLAN record and the degrade rate. Out: each verdict against a model that
-// knows no counting step, only how many packets of a run of equal seconds pass.
+// In:  every walk of kSteps packets whose seconds move by -1, 0, 1 or 2, under every combination of IP
+// version, small rates and switches of an interface and a VLAN record, the switch of the feature, and the
+// degrade rate. Out: each verdict against a model that knows no counting step, only how many packets of a run
+// of equal seconds pass.
 //
 // The model: packet n of a run (from 1) passes exactly when n is within every limit that binds. A record's
 // own limit R binds with R. The degrade rate D binds with floor(D / (1 + c)), where c is the number of
@@ -16,24 +17,25 @@ namespace vex::module_test {
 namespace {
 
 constexpr uint32_t kIf = 7, kVlan = 10, kUnlimited = 5000, kOff = 0xFFFFFFFF;
-constexpr int kSteps = 8;
+constexpr int kSteps = 6;
 
 struct Scenario {
   uint32_t appType;
-  uint32_t rates[2];  // of the interface and the VLAN record; 5000: none
-  bool enabled;       // the records' own switches and feature switch 4
+  uint32_t rates[2];    // of the interface and the VLAN record; 5000: none
+  uint32_t enables[2];  // the records' own switches: only 1 is on
+  bool snooping;        // the feature's switch, one for both IP versions
   uint32_t degrade;
 };
 
 uint32_t PassedPerRun(const Scenario& s) {
   uint32_t passed = std::numeric_limits<uint32_t>::max();
   uint32_t charges = 1;
-  for (const uint32_t rate : s.rates) {
-    if (rate == kUnlimited) continue;
-    if (s.degrade != kOff && s.degrade < rate) {
+  for (int i = 0; i < 2; ++i) {
+    if (s.rates[i] == kUnlimited) continue;
+    if (s.degrade != kOff && s.degrade < s.rates[i]) {
       ++charges;
-    } else if (s.enabled) {
-      passed = std::min(passed, rate);
+    } else if (s.snooping && s.enables[i] == 1) {
+      passed = std::min(passed, s.rates[i]);
     }
   }
   return s.degrade == kOff ? passed : std::min(passed, s.degrade / charges);
@@ -56,11 +58,11 @@ class BudgetProof : public ModuleTest {
   }
 
   void Apply(const Scenario& s) {
-    SetSwitches(s.enabled ? 1u << DHCP_CFG_V4_SNOOPING : 0);
+    SetSwitches(s.snooping ? 1u << DHCP_CFG_V4_SNOOPING : 0);
     const uint32_t version = s.appType == 17 ? 0 : 12;
     const uint32_t keys[2] = {kIf, kVlan};
     for (uint32_t i = 0; i < 2; ++i) {
-      DhcpVexSaveSnpCfg(s.enabled ? 1 : 0, version + 2 + 2 * i, keys[i]);
+      DhcpVexSaveSnpCfg(s.enables[i], version + 2 + 2 * i, keys[i]);
       DhcpVexSaveSnpCfg(s.rates[i], version + 3 + 2 * i, keys[i]);
     }
     DhcpVexSetDegradeCfg(s.degrade);
@@ -88,15 +90,18 @@ class BudgetProof : public ModuleTest {
     }
   }
 
-  void Prove(const Scenario& s, uint32_t startSeconds) {
+  void Prove(const Scenario& s) {
     Apply(s);
     passedPerRun_ = PassedPerRun(s);
-    g_dhcpVexcurTimeSec = startSeconds;
-    Period(s, 0) = Period(s, 1) = g_dhcpDegradeInfo.period = DhcpSpeedPeriod{};
-    Walk(s, 1, 0);
-    EXPECT_EQ(std::exchange(wrong_, 0), 0u)
-        << "type " << s.appType << ", rates " << s.rates[0] << ' ' << s.rates[1]
-        << (s.enabled ? ", on" : ", off") << ", degrade " << s.degrade << ", from second " << startSeconds;
+    for (const uint32_t startSeconds : {1000u, 0xFFFFFFFEu}) {  // the wrap of the 32 bits lies in the domain
+      g_dhcpVexcurTimeSec = startSeconds;
+      Period(s, 0) = Period(s, 1) = g_dhcpDegradeInfo.period = DhcpSpeedPeriod{};
+      Walk(s, 1, 0);
+      EXPECT_EQ(std::exchange(wrong_, 0), 0u)
+          << "type " << s.appType << ", rates " << s.rates[0] << ' ' << s.rates[1] << ", switches "
+          << s.enables[0] << ' ' << s.enables[1] << (s.snooping ? " on" : " off") << ", degrade " << s.degrade
+          << ", from second " << startSeconds;
+    }
   }
 
   DhcpSnpInfo* records_[2] = {};
@@ -104,21 +109,30 @@ class BudgetProof : public ModuleTest {
   uint64_t checked_ = 0, wrong_ = 0;
 };
 
-// The first second of the module's time and the wrap of its 32 bits lie in the domain.
 TEST_F(BudgetProof, EveryRunOfEqualSecondsPassesWhatTheBindingLimitAllows) {
-  uint64_t scenarios = 0;
-  for (const uint32_t interfaceRate : {0u, 1u, 2u, 4u, kUnlimited}) {
-    for (const uint32_t vlanRate : {0u, 1u, 3u, kUnlimited}) {
-      for (const uint32_t degrade : {0u, 1u, 2u, 3u, 5u, 6u, kOff}) {
-        const Scenario s{
-            scenarios % 2 == 0 ? 17u : 32u, {interfaceRate, vlanRate}, scenarios % 5 != 0, degrade};
-        Prove(s, scenarios % 3 == 0 ? 0xFFFFFFFEu : 1000u);
-        ++scenarios;
-      }
-    }
+  const std::vector<std::vector<uint32_t>> axes = {
+      {17, 32},                  // application type
+      {0, 1, 2, 4, kUnlimited},  // rate of the interface record
+      {0, 1, 3, kUnlimited},     // and of the VLAN record
+      {0, 1, 2},                 // their switches
+      {0, 1, 2},
+      {0, 1},                 // the feature's switch
+      {0, 1, 2, 3, 5, kOff},  // degrade rate
+  };
+  size_t scenarios = 1;
+  for (const auto& values : axes) scenarios *= values.size();
+  for (size_t scenario = 0; scenario < scenarios; ++scenario) {
+    size_t digits = scenario;
+    auto axis = axes.begin();
+    const auto next = [&] {
+      const auto& values = *axis++;
+      const uint32_t value = values[digits % values.size()];
+      digits /= values.size();
+      return value;
+    };
+    Prove({next(), {next(), next()}, {next(), next()}, next() != 0, next()});
   }
-  std::printf("%llu scenarios, %llu verdicts checked\n", static_cast<unsigned long long>(scenarios),
-              static_cast<unsigned long long>(checked_));
+  std::printf("%zu scenarios, %llu verdicts checked\n", scenarios, static_cast<unsigned long long>(checked_));
 }
 
 // The binding limit named in words, for runs longer than the walks: D / 2 where a record charges the period
@@ -126,7 +140,7 @@ TEST_F(BudgetProof, EveryRunOfEqualSecondsPassesWhatTheBindingLimitAllows) {
 TEST_F(BudgetProof, LongRuns) {
   for (uint32_t rate = 0; rate <= 12; ++rate) {
     for (uint32_t degrade = 0; degrade <= 12; ++degrade) {
-      Apply({17, {rate, kUnlimited}, true, degrade});
+      Apply({17, {rate, kUnlimited}, {1, 1}, true, degrade});
       uint32_t passed = 0;
       ++g_dhcpVexcurTimeSec;
       for (int offered = 0; offered < 20; ++offered) passed += DhcpVexCheckPktSpeed(kIf, kVlan, 17) == 0;
