@@ -2,7 +2,8 @@
 """Flips one condition or constant of the module at a time and sees whether a test notices.
 
 In:  --count mutants spread evenly over the module's sources (--seed picks which), --minutes as a bound.
-Out: every mutant that no test noticed, a table per file, the share that survived; exit 1 above --survive percent.
+Out: every mutant that no test noticed, a table per file, the share that survived; exit 1 above --survive percent or
+when fewer than --least were counted.
 
 A mutant that does not compile, or whose library is byte for byte the original, is not counted; one that a
 static_assert refuses is caught. Each worker has a copy of the tree and a build directory under build/mutation, so
@@ -154,6 +155,7 @@ def main():
     parser.add_argument("--minutes", type=float, default=60)
     parser.add_argument("--seed", type=int, default=1)
     parser.add_argument("--survive", type=float, default=10, help="percent that may survive")
+    parser.add_argument("--least", type=int, default=150, help="mutants that must be counted")
     parser.add_argument("--jobs", type=int, default=int(os.environ.get("JOBS", os.cpu_count())))
     args = parser.parse_args()
 
@@ -192,7 +194,9 @@ def main():
     counted = table["all"]["caught"] + table["all"]["survived"]
     share = 100 * table["all"]["survived"] / max(counted, 1)
     print(f"\n{counted} mutants counted, {table['all']['survived']} survived: {share:.1f} % (at most {args.survive:g} %)")
-    return 1 if counted == 0 or share > args.survive else 0
+    if counted < args.least:
+        print(f"that is no evidence: at least {args.least} must be counted, give it more time or mutants")
+    return 1 if counted < args.least or share > args.survive else 0
 
 
 if __name__ == "__main__":

@@ -39,6 +39,7 @@ run fails "defect noticed: no barrier" return_channel "" -DNO_BARRIER
 run fails "defect noticed: barrier tested and set in two steps" return_channel "" -DSPLIT_SWAP
 run fails "defect noticed: event written before the barrier is left" return_channel "" -DONE_SIGNAL -DREARM_FIRST
 run fails "defect noticed: a used-up batch does not re-arm" return_channel "" -DONE_SIGNAL -DNO_REARM
+run fails "defect noticed: the same, by what stays in the queue for ever" return_channel "-a -f -N nothing_stays" -DNO_REARM
 
 run holds "one holder; all finish; every packet judged or passed" try_lock ""
 run holds "a gate never waits for a holder that stopped" try_lock "-a -f -N gate_never_waits" -DHOLDER_STOPS
