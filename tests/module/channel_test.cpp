@@ -222,5 +222,13 @@ TEST_F(ChannelTest, HeadersAndTheirLengths) {
   EXPECT_EQ(length, 28u);
 }
 
+TEST_F(ChannelTest, Dhcp4KeyIsSixBytesOfTheHardwareAddress) {
+  const PacketPtr packet = Dhcp4().New();
+  uint8_t* key = nullptr;
+  uint32_t length = 0;
+  DhcpGetChaddr(packet->Data() + Dhcp4().L4(), &key, &length);
+  EXPECT_EQ(Bytes(key, key + length), BytesOf(kClientMac));
+}
+
 }  // namespace
 }  // namespace vex::module_test

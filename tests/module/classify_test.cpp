@@ -105,9 +105,11 @@ TEST_F(ClassifyTest, RulesAnswerForThemselves) {
   const PacketPtr request = Dhcp4().New(), request6 = Dhcp6().New();
   SetSwitches(0);
   EXPECT_EQ(DhcpIsReplyPktNeed(request.get()) + DhcpIsV6ReplyPktNeed(request6.get()), 0u);
+  EXPECT_EQ(DhcpIsRequestPktNeed(request.get()) + DhcpIsV6RequestPktNeed(request6.get()), 0u);
   SetSwitches(0x1002);  // a reply rule looks at no port
   EXPECT_EQ(DhcpIsReplyPktNeed(request.get()) + DhcpIsV6ReplyPktNeed(request6.get()), 2u);
   SetSwitches(0xFFFF);  // a request rule answers for its own port only
+  EXPECT_EQ(DhcpIsRequestPktNeed(request.get()) + DhcpIsV6RequestPktNeed(request6.get()), 2u);
   EXPECT_EQ(DhcpIsRequestPktNeed(Dhcp4(kClientMac, 2).New().get()), 0u);
   EXPECT_EQ(DhcpIsRequestPktNeed(Dhcp4().Ports(68, 69).Cause(30).New().get()), 0u);
   EXPECT_EQ(DhcpIsV6RequestPktNeed(Dhcp6().Ports(547, 546).Cause(30).New().get()), 0u);

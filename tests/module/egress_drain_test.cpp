@@ -223,6 +223,13 @@ TEST_F(DrainTest, EveryPacketGetsOnlyItsOwnSettings) {
   EXPECT_EQ(platform::EgressView::Decode(published[1].desc).settings.size(), 27u) << "without a prune type";
 }
 
+TEST_F(DrainTest, AReceiveWithoutAPacketIsSkipped) {
+  for (int i = 0; i < 33; ++i) Send(Make(kEthernet));
+  Faults().Arm({.import = Import::ORB_ChannelDcRecv, .skip = 5, .times = 3, .form = FaultForm::kHollow});
+  EXPECT_TRUE(Drain());
+  EXPECT_EQ(Moved(), (Stats{0, 33}));
+}
+
 class MlagTest : public EgressTest {
  protected:
   MlagTest() : EgressTest({VEX_OPTIONAL_DIR "/libvex_mlag.so"}) {}

@@ -110,12 +110,15 @@ TEST_F(HeaderTest, SettersAreCalledOnceInOrderWithTheHeadersFields) {
     for (uint8_t& byte : memory) byte = static_cast<uint8_t>(random());
     uint8_t* const header = memory.data() + round % 8;  // any alignment
     if (round % 3 == 0) header[105] |= 0x80, header[106] = static_cast<uint8_t>((header[106] & ~7) | 2);
-    HostEgressDesc desc = {};
+    HostEgressDesc desc = {}, alone = {};
     EXPECT_EQ(DhcpHostEgressIntfTrans(header, &desc), 0u);
     const auto expected = ExpectedCalls(header, &desc);
-    pruned += expected.size() - std::size(kRows) - 1;
+    const size_t prunes = expected.size() - std::size(kRows) - 1;
+    pruned += prunes;
     ExpectCalls(Faults().TakeRecorded(), expected);
     ExpectContents(desc, header);
+    DhcpHostEgressSetPruneType(header, &alone);
+    EXPECT_EQ(Faults().TakeRecorded().size(), prunes);
     if (HasFailure()) FAIL() << "round " << round;
   }
   EXPECT_GT(pruned, 600u);
