@@ -24,7 +24,7 @@ namespace vex::platform {
   X(OrbSLcoreTimerDelete) X(OrbSpinlockInit) X(OrbSpinlockTrylock) X(OrbMemAllocInner) X(memset_s) \
   X(memcpy_s) X(sprintf_s) X(vsprintf_s) X(vsnprintf_truncated_s) X(HostDiagPrintf) \
   X(ORB_ImAgentMsgCreate) X(ORB_ImAgentAddPara) X(ORB_ImAgentSend) X(HostHookRegister) X(HostMbufGetL3Hdr) \
-  X(HostMbufGetOutIfByL2vpnTnl) X(HostUploadLdmByHook) X(MbufPktNewFromData) X(OrbMbufPktCopyNew) \
+  X(HostMbufGetDstMac) X(HostMbufGetVlanTag) X(HostMbufGetOutIfByL2vpnTnl) X(HostUploadLdmByHook) X(MbufPktNewFromData) X(OrbMbufPktCopyNew) \
   X(MbufPktAddHead) X(MbufPktCutHead) X(HostSetEgressOePriority) X(HostSetEgressIntfType) \
   X(HostSetEgressSendIfIndex) X(HostSetEgressProtoType) X(HostSetEgressBdId) X(HostSetEgressBsNoLinkEncap) \
   X(HostSetEgressBsVlanNum) X(HostSetEgressVlanBaseInfo) X(HostSetEgressPruneIf) \
@@ -38,7 +38,8 @@ namespace vex::platform {
   X(db_get_arp_work_if_index) X(MLAG_VEX_SendPacketPublic) X(MbufFree)
 // clang-format on
 
-// Imports without a failure result that are still counted and recorded. Plain packet accessors are not.
+// Imports without a failure result that are still counted and recorded. Accessors that answer a packet's
+// number are not.
 // clang-format off
 #define VEX_PLAIN_IMPORTS(X) \
   X(OrbCurrentBoard) X(OrbSpinlockLock) X(OrbSpinlockUnlock) X(OrbMemFreeInner) X(OrbMionAssert) X(OrbLog) \

@@ -65,11 +65,15 @@ uint32_t HostMbufGetProtoType(OrbMbuf* pkt) { return PacketOf(pkt).attr.protoTyp
 uint32_t HostMbufGetMngIfFlag(OrbMbuf* pkt) { return PacketOf(pkt).attr.management; }
 uint32_t HostMbufGetL4DstPort(OrbMbuf* pkt) { return PacketOf(pkt).attr.l4DstPort; }
 uint32_t HostMbufGetL4SrcPort(OrbMbuf* pkt) { return PacketOf(pkt).attr.l4SrcPort; }
-uint8_t* HostMbufGetDstMac(OrbMbuf* pkt) { return PacketOf(pkt).attr.dstMac.data(); }
+uint8_t* HostMbufGetDstMac(OrbMbuf* pkt) {
+  return Watch(Import::HostMbufGetDstMac, pkt) ? nullptr : PacketOf(pkt).attr.dstMac.data();
+}
 uint32_t HostMbufGetCauseAction(OrbMbuf* pkt) { return PacketOf(pkt).attr.causeAction; }
 uint32_t HostMbufGetHostDiagSwitch(OrbMbuf* pkt) { return PacketOf(pkt).attr.diagSwitch; }
 uint32_t HostMbufGetOectrlIfIndex(OrbMbuf* pkt) { return PacketOf(pkt).attr.ifIndex; }
-uint16_t* HostMbufGetVlanTag(OrbMbuf* pkt) { return &PacketOf(pkt).attr.vlanTag; }
+uint16_t* HostMbufGetVlanTag(OrbMbuf* pkt) {
+  return Watch(Import::HostMbufGetVlanTag, pkt) ? nullptr : &PacketOf(pkt).attr.vlanTag;
+}
 
 uint32_t HostMbufGetOutIfByL2vpnTnl(OrbMbuf* pkt, uint32_t tunnelId, uint32_t tunnelType,
                                     uint32_t* outIfIndex, uint32_t* nextHop) {

@@ -97,7 +97,8 @@ int64_t ConfigureAll() {
 }
 
 int64_t ConfigureNothing() {
-  return Sum({Configure(3, 5000, 7), Configure(26, 45, 100), Switch(DHCP_CFG_ALL, 0)});
+  return Sum(
+      {Configure(3, 5000, 7), Configure(26, 45, 100), Degrade(DHCP_DEGRADE_OFF), Switch(DHCP_CFG_ALL, 0)});
 }
 
 int64_t UseRegistry() {
@@ -130,33 +131,36 @@ int64_t AskCapability() {
 void Undo(Effects& e) {
   Effects before;
   before.hooks = e.hooks, before.services = e.services, before.capabilities = e.capabilities;
-  before.blocks = e.blocks;
+  before.blocks = e.blocks, before.timers = e.timers, before.timerIds = e.timerIds;
   e = before;
 }
 
 // Without a byte to test the packet is not wanted.
 const Rule kNoByteToTest = {{I::HostMbufGetL3Hdr}, [](Effects& e, uint64_t) { Undo(e), e.kept = 1; }};
 
-// A packet that the service did not get: `taken` tells whose it is then.
+// A packet that the service did not get: `taken` tells whose it is then. Its reader is woken only after a
+// send.
 std::vector<Rule> DeliveryRules(bool taken) {
   const auto lost = [taken](Effects& e) {
     --e.delivered;
     if (taken) e.result = DHCP_HOOK_TAKE_FAILED, ++e.kept;
   };
-  return {{{I::MbufPktAddHead, I::memcpy_s}, VEX_DO(lost(e))},
-          {{I::ORB_ThreadInfoGetByName}, VEX_DO(lost(e), ++e.stat4)},
-          {{I::ORB_ChannelGetIdByName}, VEX_DO(lost(e), ++e.stat5)},
+  const auto unsent = [lost](Effects& e) { lost(e), --e.wakes; };
+  return {{{I::MbufPktAddHead, I::memcpy_s}, VEX_DO(unsent(e))},
+          {{I::ORB_ThreadInfoGetByName}, VEX_DO(unsent(e), ++e.stat4)},
+          {{I::ORB_ChannelGetIdByName}, VEX_DO(unsent(e), ++e.stat5)},
           {{I::ORB_ChannelDcSend}, VEX_DO(lost(e), ++e.stat6)},
-          {{I::OrbMbufPktCopyNew}, VEX_DO(lost(e), --e.stat0)},
+          {{I::OrbMbufPktCopyNew}, VEX_DO(unsent(e), --e.stat0)},
           kNoByteToTest};
 }
 
 std::vector<Rule> FanOutRules() {
+  const auto unsent = [](Effects& e) { --e.delivered, --e.wakes; };
   return {{{I::MbufPktAddHead, I::memcpy_s},
-           VEX_DO(e.delivered = 0, e.kept = 1, e.result = DHCP_HOOK_TAKE_FAILED)},
-          {{I::OrbMbufPktCopyNew}, VEX_DO(--e.delivered)},
-          {{I::ORB_ThreadInfoGetByName}, VEX_DO(--e.delivered, ++e.stat4)},
-          {{I::ORB_ChannelGetIdByName}, VEX_DO(--e.delivered, ++e.stat5)},
+           VEX_DO(e.delivered = e.wakes = 0, e.kept = 1, e.result = DHCP_HOOK_TAKE_FAILED)},
+          {{I::OrbMbufPktCopyNew}, VEX_DO(unsent(e))},
+          {{I::ORB_ThreadInfoGetByName}, VEX_DO(unsent(e), ++e.stat4)},
+          {{I::ORB_ChannelGetIdByName}, VEX_DO(unsent(e), ++e.stat5)},
           {{I::ORB_ChannelDcSend}, VEX_DO(--e.delivered, ++e.stat6)},
           kNoByteToTest};
 }
@@ -207,9 +211,10 @@ std::vector<Rule> BatchRules() {
 
 std::vector<Rule> ReportRules() {
   const auto kept = [](Effects& e, uint64_t k) { --e.inner, e.drops += kReported[k - 1], ++e.asserts; };
-  return {{{I::MbufPktNewFromData, I::MbufPktAddHead, I::memcpy_s}, VEX_DO(kept(e, k), ++e.asserts)},
-          {{I::ORB_ThreadInfoGetByName}, VEX_DO(kept(e, k), ++e.stat4)},
-          {{I::ORB_ChannelGetIdByName}, VEX_DO(kept(e, k), ++e.stat5)},
+  const auto unsent = [kept](Effects& e, uint64_t k) { kept(e, k), --e.wakes; };
+  return {{{I::MbufPktNewFromData, I::MbufPktAddHead, I::memcpy_s}, VEX_DO(unsent(e, k), ++e.asserts)},
+          {{I::ORB_ThreadInfoGetByName}, VEX_DO(unsent(e, k), ++e.stat4)},
+          {{I::ORB_ChannelGetIdByName}, VEX_DO(unsent(e, k), ++e.stat5)},
           {{I::ORB_ChannelDcSend}, VEX_DO(kept(e, k), ++e.stat7)}};
 }
 
@@ -220,16 +225,31 @@ std::vector<Scenario> Scenarios() {
   const auto nothing = [] {};
   const auto above = [] { LimitInterface(0); };
   const auto fromPeer = [] { RefusePeerLink(), Switched(0x8001)(); };
+  const auto fromPeer6 = [=] { fromPeer(), SetSwitches(0x8000 | 1u << DHCP_CFG_V6_REQ); };
+  const auto fromFullPeer = [=] {
+    fromPeer();
+    g_dhcpVexPeerLinkInfo[DHCP_PEER_KIND_V4_REQUEST].pktRate = 1;
+    DhcpVexPeerLinkRateCheck(Dhcp4().FromPeerLink().New().get());
+  };
   const auto batch = [] { QueueMessages(std::vector<Message>(34, Make(kBind))); };
   const auto everyOther = Switched(0xFFFF7FFF), every = Switched(0xFFFF);
   const auto ndSnooping = Switched(1u << DHCP_CFG_ND_SNOOPING),
              v6Snooping = Switched(1u << DHCP_CFG_V6_SNOOPING);
   const auto taken = DeliveryRules(true), copied = DeliveryRules(false);
+  const Frame betweenServers = Dhcp4().Management().Ports(67, 67).ToMac(kRouterMac);
+  auto between = taken;  // to one host, as far as that can be seen
+  between.push_back({{I::HostMbufGetDstMac}, [](Effects& e, uint64_t) { Undo(e), e.kept = 1; }});
   const Rule asked = {{I::OrbCapabilityQueryItem}, VEX_DO(e.result = 1077)};
-  const Rule busy = {{I::OrbSpinlockTrylock},
-                     VEX_DO(e.result = DHCP_HOOK_TAKEN, e.kept = 0, e.stat0 = e.delivered = 1, --e.drops)};
+  // A gate that finds the lock taken lets its packet pass; that of the peer-link is the second one.
+  const auto busy = [](uint64_t gate) {
+    return Rule{{I::OrbSpinlockTrylock}, [gate](Effects& e, uint64_t k) {
+                  if (k != gate) return;
+                  e.result = DHCP_HOOK_TAKEN, e.kept = 0, --e.drops;
+                  e.stat0 = e.delivered = e.wakes = 1;
+                }};
+  };
   const std::vector<Rule> handlers = {
-      {{I::OrbSLcoreTimerCreateAndStart}, VEX_DO(--e.timers, ++e.asserts)},
+      {{I::OrbSLcoreTimerCreateAndStart}, VEX_DO(--e.timers, --e.timerIds, ++e.asserts)},
       // interface record; VLAN record and so its entry; the entry, without which the record is all-default
       {{I::OrbMemAllocInner}, VEX_DO(e.blocks -= k == 1 ? 1 : 2)}};
   const Rule undeleted = {{I::OrbSLcoreTimerDelete}, VEX_DO(++e.timers, ++e.asserts)};
@@ -240,16 +260,22 @@ std::vector<Scenario> Scenarios() {
       {"start-up", nothing, [] { return DhcpVexInit(); }, StartUpRules(), false},
       {"capability query", nothing, AskCapability, {asked}},
       {"DHCPv4 request", Switched(1), offer(Dhcp4()), taken},
+      {"DHCPv4 reply", every, offer(Dhcp4(kClientMac, 2)), taken},
+      {"DHCPv4 between servers", nothing, offer(betweenServers), between},
       {"DHCPv4 within every limit", LimitEverything, offer(Dhcp4()), taken},
-      {"DHCPv4 above its limit", above, offer(Dhcp4()), {busy}},
+      {"DHCPv4 above its limit", above, offer(Dhcp4()), {busy(1)}},
       {"DHCPv4 from the peer-link", fromPeer, offer(Dhcp4().FromPeerLink()), taken},
+      {"DHCPv4 from the peer-link above its limit", fromFullPeer, offer(Dhcp4().FromPeerLink()), {busy(2)}},
+      {"DHCPv6 from the peer-link", fromPeer6, offer(Dhcp6().FromPeerLink()), taken},
       {"DHCPv6 solicit", everyOther, offer(Dhcp6()), taken},
       {"DHCPv6 relayed", everyOther, offer(Dhcp6(Relayed(Solicit()))), taken},
+      {"DHCPv6 reply", every, offer(Dhcp6(Relayed(Solicit(), 13))), taken},
       {"ARP reply", every, offer(Arp()), copied},
       {"ICMP echo reply", every, offer(Probe("2")), copied},
       {"ND solicitation", ndSnooping, offer(Nd(135)), taken},
       {"ND advertisement under DHCPv6 snooping", v6Snooping, offer(Nd(136)), copied},
       {"ND router solicitation", ndSnooping, offer(Nd(133)), FanOutRules()},
+      {"ND router advertisement", ndSnooping, offer(Nd(134)), FanOutRules()},
       {"one message of each kind", QueueEveryKind, Drain, DrainRules()},
       {"a used-up batch", batch, Drain, BatchRules()},
       {"snooping timer", RefuseSome, [] { return DhcpVexSnpInfoNotifyTimerCallBack(); }, ReportRules()},

@@ -14,7 +14,7 @@ namespace vex::module_test {
 #define VEX_EFFECTS(X) \
   X(result) X(hooks) X(services) X(capabilities) X(stat0) X(stat1) X(stat2) X(stat3) X(stat4) X(stat5) \
   X(stat6) X(stat7) X(delivered) X(inner) X(kept) X(queued) X(published) X(uploaded) X(mlag) X(called) \
-  X(event) X(timers) X(blocks) X(drops) X(asserts)
+  X(event) X(wakes) X(timers) X(timerIds) X(blocks) X(drops) X(asserts)
 // clang-format on
 struct Effects {
 #define VEX_EFFECT_FIELD(name) int64_t name = 0;
