@@ -175,46 +175,59 @@ Bytes Spoilt(Bytes bytes, size_t at, uint8_t value) {
   return bytes;
 }
 
+// Files that are refused: how many frames come before, where, and a word of why.
+struct Refusal {
+  const char* name;
+  Bytes bytes;
+  size_t frames;
+  uint64_t offset;
+  const char* what;
+};
+
+void ExpectRefused(const std::vector<Refusal>& refusals) {
+  for (const Refusal& refusal : refusals) {
+    const ReadResult read = ReadAll(refusal.bytes);
+    EXPECT_EQ(read.frames.size(), refusal.frames) << refusal.name;
+    ASSERT_TRUE(read.error) << refusal.name;
+    EXPECT_EQ(read.error->offset, refusal.offset) << refusal.name;
+    EXPECT_NE(read.error->what.find(refusal.what), std::string::npos)
+        << refusal.name << ": " << read.error->what;
+  }
+}
+
+Bytes GoodPcap() { return FileBytes().PcapHeader().PcapRecord(1, 2, kFrame).bytes; }
+Bytes OneInterface() { return FileBytes().Section().Interface().bytes; }  // 28 and 20 bytes
+Bytes GoodPcapng() { return FileBytes().Put(OneInterface()).Enhanced(0, 1, kFrame).bytes; }
+FileBytes Behind(const Bytes& bytes) { return FileBytes().Put(bytes); }
+
+TEST(CaptureReader, LyingLengths) {
+  const Bytes good = GoodPcapng();
+  ExpectRefused({
+      {"record of four gigabytes", Behind(GoodPcap()).Put(uint64_t{0}).Put(UINT32_MAX).Put(UINT32_MAX).bytes,
+       1, 45, "4294967295"},
+      {"block of length zero", Behind(good).Put(uint64_t{6}).bytes, 1, 88, "length 0"},
+      {"block of odd length", Behind(good).Put(uint32_t{6}).Put(uint32_t{13}).bytes, 1, 88, "length 13"},
+      {"lengths that differ", Spoilt(good, 84, 44), 0, 48, "44 behind"},
+      {"more captured than the block holds", Spoilt(good, 48 + 20, 200), 0, 48, "200 captured"},
+      {"option too long", FileBytes().Section().Interface(1, 0, {9, 0, 200, 0}).bytes, 0, 28, "option"},
+      {"packet block too small", Behind(OneInterface()).Block(6, Bytes(16, 0)).bytes, 0, 48, "28 bytes"},
+      {"interface too small", FileBytes().Section().Block(1, Bytes(4, 0)).bytes, 0, 28, "16 bytes"},
+      {"simple block too small", Behind(OneInterface()).Block(3, {}).bytes, 0, 48, "12 bytes"},
+  });
+}
+
 TEST(CaptureReader, NamesWhatIsWrongAndWhere) {
-  const Bytes pcap = FileBytes().PcapHeader().PcapRecord(1, 2, kFrame).bytes;
-  const Bytes section = FileBytes().Section().bytes;                // 28 bytes
-  const Bytes interface = FileBytes().Section().Interface().bytes;  // and 20
-  const Bytes good = FileBytes().Put(interface).Enhanced(0, 1, kFrame).bytes;
-  const auto behind = [](const Bytes& bytes) { return FileBytes().Put(bytes); };
-  const Bytes giant = behind(pcap).Put(uint64_t{0}).Put(UINT32_MAX).Put(UINT32_MAX).bytes;
-  const Bytes odd = behind(good).Put(uint32_t{6}).Put(uint32_t{13}).bytes;
-  const struct {
-    const char* name;
-    Bytes bytes;
-    size_t frames;
-    uint64_t offset;
-    const char* what;
-  } cases[] = {
+  const Bytes section = FileBytes().Section().bytes;
+  ExpectRefused({
       {"empty", {}, 0, 0, "empty"},
       {"foreign", {'h', 'e', 'l', 'l', 'o', '\n'}, 0, 0, "68 65 6c 6c"},
       {"gzip", {0x1F, 0x8B, 8, 0, 0}, 0, 0, "gunzip"},
-      {"pcap of another version", Spoilt(pcap, 4, 9), 0, 4, "9.4"},
-      {"record of four gigabytes", giant, 1, 45, "4294967295"},
+      {"pcap of another version", Spoilt(GoodPcap(), 4, 9), 0, 4, "9.4"},
       {"section without its mark", Spoilt(section, 8, 0), 0, 0, "byte-order"},
       {"pcapng of another version", Spoilt(section, 12, 2), 0, 0, "2.0"},
-      {"block of length zero", behind(good).Put(uint64_t{6}).bytes, 1, 88, "length 0"},
-      {"block of odd length", odd, 1, 88, "length 13"},
-      {"lengths that differ", Spoilt(good, 84, 44), 0, 48, "44 behind"},
-      {"more captured than the block holds", Spoilt(good, 48 + 20, 200), 0, 48, "200 captured"},
-      {"packet of no interface", Spoilt(good, 48 + 8, 3), 0, 48, "interface 3"},
-      {"simple packet of no interface", behind(section).Simple(1, {1}).bytes, 0, 28, "no interface"},
-      {"packet block too small", behind(interface).Block(6, Bytes(16, 0)).bytes, 0, 48, "28 bytes"},
-      {"interface too small", behind(section).Block(1, Bytes(4, 0)).bytes, 0, 28, "16 bytes"},
-      {"simple block too small", behind(interface).Block(3, {}).bytes, 0, 48, "12 bytes"},
-      {"option too long", behind(section).Interface(1, 0, {9, 0, 200, 0}).bytes, 0, 28, "option"},
-  };
-  for (const auto& c : cases) {
-    const ReadResult read = ReadAll(c.bytes);
-    EXPECT_EQ(read.frames.size(), c.frames) << c.name;
-    ASSERT_TRUE(read.error) << c.name;
-    EXPECT_EQ(read.error->offset, c.offset) << c.name;
-    EXPECT_NE(read.error->what.find(c.what), std::string::npos) << c.name << ": " << read.error->what;
-  }
+      {"packet of no interface", Spoilt(GoodPcapng(), 48 + 8, 3), 0, 48, "interface 3"},
+      {"simple packet of no interface", Behind(section).Simple(1, {1}).bytes, 0, 28, "no interface"},
+  });
 }
 
 TEST(CaptureReader, UnreadableFilesSayWhy) {

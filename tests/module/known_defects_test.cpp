@@ -145,8 +145,14 @@ TEST_F(KnownDefects, TruncatedOptionHeaderAtTheEnd) {
 TEST_F(KnownDefects, Ipv4Options) {
   const Frame plain = Dhcp4();
   const Bytes udp(plain.bytes.begin() + static_cast<ptrdiff_t>(plain.L4()), plain.bytes.end());
+  const auto with = [&udp](uint8_t words) {
+    return Ethernet(kAppDhcp4, 0x0800, Ipv4(17, udp, words)).With([](auto& a) { a.l4DstPort = 67; });
+  };
+  // One option, as a router alert is: the source port reads as length, the client as four bytes of the relay
+  // agent and its own first two.
+  Check({{"one word of options", with(6), Offer(Dhcp4({0, 0, 0, 0, kClientMac[0], kClientMac[1]}))}});
   for (uint8_t words = 7; words <= 15; ++words) {  // the length field lies in the options
-    Frame frame = Ethernet(kAppDhcp4, 0x0800, Ipv4(17, udp, words)).With([](auto& a) { a.l4DstPort = 67; });
+    Frame frame = with(words);
     Check({{"options that read as UDP length 0", frame, {kMalformed}}});
     frame = frame.UdpLength(0xFFFF);
     Check({{"options that read as UDP length 65535", frame, {kMalformed}}});
