@@ -14,8 +14,8 @@
 
 namespace vex::platform {
 
-// Imports that have a failure result, by their C names. The last three groups are the symbols of the optional
-// libraries and g_mbufFreeCb (MbufFree).
+// Imports that have a failure result, by their C names; those of the optional libraries and g_mbufFreeCb
+// (MbufFree) among them. Kept inputs of the fuzz targets name an import by its place: new ones go to the end.
 // clang-format off
 #define VEX_FALLIBLE_IMPORTS(X) \
   X(OrbCapabilityQueryItem) X(RegTavriRpcServerToVex) X(ORB_ThreadInfoGetByName) X(ORB_ChannelCreate) \
@@ -24,7 +24,7 @@ namespace vex::platform {
   X(OrbSLcoreTimerDelete) X(OrbSpinlockInit) X(OrbSpinlockTrylock) X(OrbMemAllocInner) X(memset_s) \
   X(memcpy_s) X(sprintf_s) X(vsprintf_s) X(vsnprintf_truncated_s) X(HostDiagPrintf) \
   X(ORB_ImAgentMsgCreate) X(ORB_ImAgentAddPara) X(ORB_ImAgentSend) X(HostHookRegister) X(HostMbufGetL3Hdr) \
-  X(HostMbufGetDstMac) X(HostMbufGetVlanTag) X(HostMbufGetOutIfByL2vpnTnl) X(HostUploadLdmByHook) X(MbufPktNewFromData) X(OrbMbufPktCopyNew) \
+  X(HostMbufGetOutIfByL2vpnTnl) X(HostUploadLdmByHook) X(MbufPktNewFromData) X(OrbMbufPktCopyNew) \
   X(MbufPktAddHead) X(MbufPktCutHead) X(HostSetEgressOePriority) X(HostSetEgressIntfType) \
   X(HostSetEgressSendIfIndex) X(HostSetEgressProtoType) X(HostSetEgressBdId) X(HostSetEgressBsNoLinkEncap) \
   X(HostSetEgressBsVlanNum) X(HostSetEgressVlanBaseInfo) X(HostSetEgressPruneIf) \
@@ -35,7 +35,8 @@ namespace vex::platform {
   X(HostSetEgressVxlanHubSpkV2) X(HostSetEgressVxlanVpeerlink) X(HostSetEgressUint32InfoByType) \
   X(HostSetEgressPruneType) X(HostSetEgressAppendTlv) X(HostEgressPktPubWithSource) \
   X(db_create_if_cfg_obj) X(db_read_obj) X(db_get_if_cfg_vlan_id) X(db_create_arp_obj) \
-  X(db_get_arp_work_if_index) X(MLAG_VEX_SendPacketPublic) X(MbufFree)
+  X(db_get_arp_work_if_index) X(MLAG_VEX_SendPacketPublic) X(MbufFree) \
+  X(HostMbufGetDstMac) X(HostMbufGetVlanTag)
 // clang-format on
 
 // Imports without a failure result that are still counted and recorded. Accessors that answer a packet's
