@@ -14,6 +14,7 @@ struct Variant {
   bool arp;
   bool mlag;
   std::vector<std::string> lines;  // priority, then how the line begins
+  friend void PrintTo(const Variant& variant, std::ostream* out) { *out << variant.name; }
 };
 
 const std::string kNoArp = "3[VEX-DHCP-DYNSO]dlopen libdb_arp.so error.(libdb_arp.so: ";
