@@ -115,6 +115,18 @@ TEST_F(ClassifyTest, RulesAnswerForThemselves) {
   EXPECT_EQ(DhcpIsV6RequestPktNeed(Dhcp6().Ports(547, 546).Cause(30).New().get()), 0u);
 }
 
+TEST_F(ClassifyTest, QuestionsThatReadNoSwitch) {
+  SetSwitches(0);
+  for (uint32_t type = 0; type < 256; ++type) {
+    SCOPED_TRACE(type);
+    const PacketPtr nd = Nd(static_cast<uint8_t>(type)).New(),
+                    echo = Echo(static_cast<uint8_t>(type), {}).New();
+    EXPECT_EQ(DhcpIsNdSnpPkt(nd.get()), type >= 133 && type <= 136 ? 1u : 0u);
+    EXPECT_EQ(DhcpIsIcmpv6EhcoReply(nd.get()), type == 136 ? 1u : 0u);
+    EXPECT_EQ(DhcpIsIcmpEhcoReply(echo.get()), type == 0 ? 1u : 0u);
+  }
+}
+
 TEST_F(ClassifyTest, NacCausesByScheme) {
   for (uint32_t scheme : {0u, 1u, 2u, 0xFFFF'FFFFu}) {
     SetSpec(DHCP_SPEC_CAUSID_TYPE, scheme);
