@@ -5,6 +5,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <map>
+#include <string>
 
 #include "dhcp_vex_platform.h"
 #include "platform/faults.h"
@@ -101,8 +102,10 @@ extern "C" {
 
 void* OrbMemAllocInner(uint32_t allocatorId, uint32_t zero1, uint32_t size, uint32_t zero2, const char* tag,
                        uint32_t line) {
-  static_cast<void>(zero1);
-  static_cast<void>(zero2);
+  if (zero1 != 0 || zero2 != 0) {
+    ReportFinding(std::string(tag != nullptr ? tag : "(no tag)") + " line " + std::to_string(line) +
+                  ": OrbMemAllocInner takes 0 for its second and fourth argument");
+  }
   if (Watch(Import::OrbMemAllocInner, allocatorId, size, tag, line)) return nullptr;
   return Memory().Alloc(allocatorId, size, tag, line);
 }
