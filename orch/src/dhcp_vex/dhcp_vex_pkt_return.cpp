@@ -102,12 +102,13 @@ bool HandleMessage(OwnedPacket& pkt) {
   }
 }
 
-// True when the batch was used up and more may be waiting.
+// True when more may be waiting: the batch was used up, or a receive succeeded without a packet. Such a
+// receive ends the batch, so that a channel that answers nothing else cannot hold the thread for ever.
 bool DrainBatch() {
   for (uint32_t handled = 0; handled < kBatch;) {
     OrbMbuf* received = nullptr;
     if (ORB_ChannelDcRecv(Load(g_dhcpToVexChn), &received) != 0) return false;
-    if (received == nullptr) continue;
+    if (received == nullptr) return true;
     OwnedPacket pkt(received, kPktSourcePath, __LINE__);
     if (!HandleMessage(pkt)) continue;
     Count(DhcpStat::kSvcMsg);
