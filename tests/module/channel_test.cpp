@@ -201,6 +201,7 @@ TEST_F(ChannelTest, HeadersAndTheirLengths) {
       {"IPv6 of exactly its header", Dhcp6().CutL3(40), true, 0},
       {"IPv6 too short", Dhcp6().CutL3(39), false, 77},
       {"neither", Dhcp4().With([](auto& a) { a.protoType = 7; }), false, 268},
+      {"neither, with nothing behind L2", Dhcp4().CutL3(0).With([](auto& a) { a.protoType = 7; }), false, 0},
       {"shorter than L2", Dhcp4().Cut(13), false, 77},
   };
   for (const auto& c : cases) {

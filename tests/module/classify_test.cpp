@@ -102,8 +102,16 @@ TEST_F(ClassifyTest, EverySettingOfTheSwitches) {
 
 // Where an exported rule answers a caller of its own otherwise than it does within the whole.
 TEST_F(ClassifyTest, RulesAnswerForThemselves) {
-  const PacketPtr request = Dhcp4().New(), request6 = Dhcp6().New();
+  const PacketPtr request = Dhcp4().New(), request6 = Dhcp6().New(), nd = Nd(135).New();
+  const auto wanted = [&] {
+    uint32_t takeFlag = 0;
+    return DhcpIsDhcp4PktNeed(request.get()) + DhcpIsDhcp6PktNeed(request6.get()) +
+           DhcpIsIcmpv6PktNeed(nd.get(), &takeFlag);
+  };
+  SetSwitches(0x2101);
+  EXPECT_EQ(wanted(), 3u);
   SetSwitches(0);
+  EXPECT_EQ(wanted(), 0u);
   EXPECT_EQ(DhcpIsReplyPktNeed(request.get()) + DhcpIsV6ReplyPktNeed(request6.get()), 0u);
   EXPECT_EQ(DhcpIsRequestPktNeed(request.get()) + DhcpIsV6RequestPktNeed(request6.get()), 0u);
   SetSwitches(0x1002);  // a reply rule looks at no port

@@ -45,7 +45,7 @@ TEST_F(DiagTest, TheDebugChannelReportsWholeTextsOnly) {
     EXPECT_EQ(Faults().Calls(Import::vsprintf_s), 0u);  // off: not even formatted
   }
   DhcpVexSetDbgSwitch(2);
-  for (const size_t length : {size_t{4}, size_t{1023}, size_t{1024}, size_t{5000}}) {
+  for (const size_t length : {size_t{0}, size_t{4}, size_t{1023}, size_t{1024}, size_t{5000}}) {
     const std::string text(length, 'x');
     const LogCapture log;
     DhcpVexDebugOut(3, "%s", text.c_str());
@@ -66,8 +66,14 @@ TEST_F(DiagTest, TheDiagnosticRecordIsSentWholeOrFreed) {
   EXPECT_THAT(log.Lines(), IsEmpty());
   const std::string longest(1023, 'x');
   DhcpVexDiagLog(0, "%s", longest.c_str());
+  Faults().StartRecording();
   DhcpVexDiagLog(0, "rate %u", 5u);
   EXPECT_THAT(log.Lines(), ElementsAre(record(longest), record("rate 5")));
+  std::vector<std::pair<uint64_t, uint64_t>> parameters;  // type and length
+  for (const platform::Call& call : Faults().TakeRecorded()) {
+    if (call.import == Import::ORB_ImAgentAddPara) parameters.emplace_back(call.args[1], call.args[2]);
+  }
+  EXPECT_THAT(parameters, ElementsAre(std::pair(25, 7), std::pair(25, 6)));
   struct {
     Import import;
     uint64_t nth, freed;

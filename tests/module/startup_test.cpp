@@ -6,6 +6,7 @@
 
 #include "dhcp_vex_api_patch.h"
 #include "dhcp_vex_pkt.h"
+#include "dhcp_vex_rate_limit.h"
 #include "dhcp_vex_rate_limit_notify.h"
 #include "platform/channel_events.h"
 #include "tests/module/module_test.h"
@@ -50,6 +51,7 @@ TEST(Load, TheRecordAndItsBytes) {
 
 TEST(Load, EverythingIsOff) {
   EXPECT_EQ(g_dhcpVexCfgBitMap + g_dhcpPktDump + g_dhcpVexDebugSwitch + g_dhcpVexPatchDbgSwitch, 0u);
+  EXPECT_EQ(g_dhcpVexcurTimeSec + g_dhcpVexcurTimeMilSec, 0u);
   EXPECT_EQ(g_dhcpToVexChn & g_dhcpVexSnpInfoNotifyTimerId & g_dhcpVexPeerLinkNotifyTimerId, 0xFFFF'FFFFu);
   EXPECT_EQ(ReadStats(), Stats{});
   EXPECT_EQ(mod_vex_dhcp_id | mod_vex_dhcp_usrctx_len | per_lcore_mod_vex_dhcp_usrid, 0u);
