@@ -153,7 +153,7 @@ TEST_F(StoreTest, TypesOutsideTheTableAreRefused) {
     DhcpVexSetV6SnpInfoByType(&g_dhcpSnpGblInfo, type, 1);
   }
   EXPECT_EQ(DhcpVexSetSnpInfo(nullptr, 1, 2, 7), 1u);
-  EXPECT_EQ(DhcpVexSetSnpInfo(&g_dhcpVexSnpIfInfo, 1, 28, 7), 1u);     // types 0 to 27
+  EXPECT_EQ(DhcpVexSetSnpInfo(&g_dhcpVexSnpIfInfo, 1, 27, 7), 1u);     // behind the last type
   EXPECT_EQ(DhcpVexSetV4SnpInfoByType(&g_dhcpSnpGblInfo, 12, 1), 1u);  // not an IPv4 type
   EXPECT_EQ(DhcpVexSetSnpInfoByType(&g_dhcpSnpGblInfo, 13, 5000), 0u);
   DhcpVexSetV6SnpInfoByType(&g_dhcpSnpGblInfo, 1, 9);  // not an IPv6 type
